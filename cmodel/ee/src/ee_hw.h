@@ -91,7 +91,8 @@ CM_API int CalcSQRT(int a, int b);
 /* Classic pipeline: sharpens `image` by what it finds in Y (8-bit luma), Cb and Cr (half width)
  * and motion. Returns a new frame with Y's size and channels, depth 8, format 1; a copy of
  * `image` when the block is disabled. */
-CM_API FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* image, const FRAME* motion);
+CM_API FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* image,
+                    const FRAME* motion);
 
 /* Software hook on the converted RGB frame; does nothing. */
 CM_API void ee_sw(FRAME* ycbcr);

@@ -1,0 +1,18 @@
+// The one way in which the library ends the program.
+#ifndef CMODEL_FATAL_H
+#define CMODEL_FATAL_H
+
+#include "log.h"
+
+namespace cm {
+
+// Statuses a user can see: bad files and no memory; bad usage and bad formats (255 to a shell).
+inline constexpr int kExitFile = 1;
+inline constexpr int kExitFormat = -1;
+
+// Prints the message to standard error as it stands (give the line end) and exits.
+[[noreturn]] void fatal(int status, const char* fmt, ...) CM_PRINTF(2, 3);
+
+}  // namespace cm
+
+#endif

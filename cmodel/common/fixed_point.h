@@ -1,0 +1,97 @@
+// Integer operations with a rule of their own, each with one name and one home.
+//
+// The datapath's registers are 32 bits of two's complement: sums, differences and products wrap,
+// comparisons are signed, shifts to the right are arithmetic. `Wrap` is such a register, so that a
+// datapath can be written as its formula and has defined behaviour for every input.
+#ifndef CMODEL_FIXED_POINT_H
+#define CMODEL_FIXED_POINT_H
+
+#include <cstdint>
+
+#define CM_INLINE inline __attribute__((always_inline))
+
+namespace cm {
+
+class Wrap {
+  public:
+    constexpr CM_INLINE Wrap(int32_t value) : bits_(static_cast<uint32_t>(value)) {}
+    constexpr CM_INLINE operator int32_t() const { return static_cast<int32_t>(bits_); }
+
+  private:
+    uint32_t bits_;
+};
+
+constexpr CM_INLINE uint32_t to_bits(Wrap a) {
+    return static_cast<uint32_t>(static_cast<int32_t>(a));
+}
+constexpr CM_INLINE Wrap from_bits(uint32_t bits) {
+    return static_cast<int32_t>(bits);
+}
+
+// Both operands Wrap, or one of them a plain int32_t.
+#define CM_WRAP_OPERATOR(op)                                  \
+    constexpr CM_INLINE Wrap operator op(Wrap a, Wrap b) {    \
+        return from_bits(to_bits(a) op to_bits(b));           \
+    }                                                         \
+    constexpr CM_INLINE Wrap operator op(Wrap a, int32_t b) { \
+        return a op Wrap(b);                                  \
+    }                                                         \
+    constexpr CM_INLINE Wrap operator op(int32_t a, Wrap b) { \
+        return Wrap(a) op b;                                  \
+    }
+CM_WRAP_OPERATOR(+)
+CM_WRAP_OPERATOR(-)
+CM_WRAP_OPERATOR(*)
+#undef CM_WRAP_OPERATOR
+
+constexpr CM_INLINE Wrap operator-(Wrap a) {
+    return from_bits(0u - to_bits(a));
+}
+constexpr CM_INLINE Wrap operator>>(Wrap a, int n) {
+    return static_cast<int32_t>(a) >> n;
+}
+
+constexpr CM_INLINE int32_t min32(int32_t a, int32_t b) {
+    return a < b ? a : b;
+}
+constexpr CM_INLINE int32_t max32(int32_t a, int32_t b) {
+    return a > b ? a : b;
+}
+
+// The lower bound first: when lo > hi the result is hi.
+constexpr CM_INLINE int32_t clamp32(int32_t v, int32_t lo, int32_t hi) {
+    return min32(max32(v, lo), hi);
+}
+
+// |v|; the most negative value is its own.
+constexpr CM_INLINE int32_t magnitude(int32_t v) {
+    return v < 0 ? -Wrap(v) : Wrap(v);
+}
+
+// `mag` with the sign of v; zero counts as positive.
+constexpr CM_INLINE int32_t with_sign(int32_t v, int32_t mag) {
+    return v < 0 ? -Wrap(mag) : Wrap(mag);
+}
+
+// Sign-and-magnitude step: |v| >> shift (so truncated toward zero), at most max, sign put back.
+constexpr CM_INLINE int32_t shift_magnitude(int32_t v, int shift, int32_t max) {
+    return with_sign(v, min32(magnitude(v) >> shift, max));
+}
+
+// Shifts and powers of two whose count counts modulo 32.
+constexpr CM_INLINE int32_t shl_mod32(int32_t v, int n) {
+    return from_bits(to_bits(v) << (n & 31));
+}
+constexpr CM_INLINE int32_t shr_mod32(int32_t v, int n) {
+    return v >> (n & 31);
+}
+constexpr CM_INLINE int32_t pow2_mod32(int n) {
+    return shl_mod32(1, n);
+}
+
+// Largest magnitude of a depth-11 delta.
+inline constexpr int32_t kDeltaMax = 2047;
+
+}  // namespace cm
+
+#endif

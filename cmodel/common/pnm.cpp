@@ -1,0 +1,419 @@
+// Binary PGM/PPM files. Payloads move whole; headers are parsed with range checks.
+#include "pnm.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "common.h"
+#include "fatal.h"
+#include "fixed_point.h"
+
+namespace cm {
+namespace {
+
+constexpr int kEofByte = -1;  // what a byte past the end of a file counts as
+constexpr size_t kWriteChunk = size_t{1} << 16;
+
+// ---- Reading ----
+
+enum class HeaderError { kNone, kNoData, kMagic, kSize, kMax };
+
+// The magic line: at most 15 characters up to and including the newline; only two of them count.
+HeaderError read_magic(FILE* in, PnmKind kind) {
+    char line[15];
+    int n = 0;
+    errno = 0;
+    for (int c = 0; n < 15 && c != '\n' && (c = std::getc(in)) != EOF;) {
+        line[n++] = static_cast<char>(c);
+    }
+    if (n == 0) {
+        return HeaderError::kNoData;
+    }
+    const bool ok = n >= 2 && line[0] == 'P' && line[1] == static_cast<char>(kind);
+    return ok ? HeaderError::kNone : HeaderError::kMagic;
+}
+
+// Skips up to and including the next newline; false at end of file.
+bool skip_line(FILE* in) {
+    int c;
+    while ((c = std::getc(in)) != EOF) {
+        if (c == '\n') {
+            return true;
+        }
+    }
+    return false;
+}
+
+void skip_comments(FILE* in) {
+    int c;
+    while ((c = std::getc(in)) == '#') {
+        skip_line(in);
+    }
+    if (c != EOF) {
+        std::ungetc(c, in);
+    }
+}
+
+// A decimal number in 1..limit after optional white space and sign.
+bool scan_number(FILE* in, uint64_t limit, uint64_t& value) {
+    int c;
+    do {
+        c = std::getc(in);
+    } while (c != EOF && std::isspace(c));
+    const bool negative = c == '-';
+    if (c == '-' || c == '+') {
+        c = std::getc(in);
+    }
+    bool digits = false;
+    value = 0;
+    for (; c >= '0' && c <= '9'; c = std::getc(in)) {
+        digits = true;
+        value = value > limit ? value : value * 10 + static_cast<uint64_t>(c - '0');
+    }
+    if (c != EOF) {
+        std::ungetc(c, in);
+    }
+    return digits && !negative && value >= 1 && value <= limit;
+}
+
+HeaderError read_header(FILE* in, PnmKind kind, PackedImage& image) {
+    const HeaderError magic = read_magic(in, kind);
+    if (magic != HeaderError::kNone) {
+        return magic;
+    }
+    skip_comments(in);
+    constexpr uint64_t kMaxSide = std::numeric_limits<int32_t>::max();
+    uint64_t width = 0;
+    uint64_t height = 0;
+    uint64_t max_value = 0;
+    if (!scan_number(in, kMaxSide, width) || !scan_number(in, kMaxSide, height)) {
+        return HeaderError::kSize;
+    }
+    // A frame of 32-bit samples must be addressable, whatever the file's own sample size.
+    const uint64_t channels = kind == PnmKind::kColour ? 3 : 1;
+    if (width * height > static_cast<uint64_t>(PTRDIFF_MAX) / (channels * sizeof(int32_t))) {
+        return HeaderError::kSize;
+    }
+    if (!scan_number(in, std::numeric_limits<uint32_t>::max(), max_value) || !skip_line(in)) {
+        return HeaderError::kMax;
+    }
+    image.width = static_cast<uint32_t>(width);
+    image.height = static_cast<uint32_t>(height);
+    image.channels = static_cast<uint32_t>(channels);
+    image.max_value = static_cast<uint32_t>(max_value);
+    image.depth = static_cast<int>(std::ceil(std::log2(static_cast<double>(max_value))));
+    image.sample_bytes = (image.depth + 7) / 8;
+    return HeaderError::kNone;
+}
+
+// Prints what is wrong with a header; the texts are the ones that scripts look for.
+void print_header_error(HeaderError error, PnmKind kind, const char* path) {
+    switch (error) {
+        case HeaderError::kNoData:
+            std::perror(path);
+            break;
+        case HeaderError::kMagic:
+            std::fprintf(stderr, "Invalid image format (must be 'P%c') (error loading '%s')\n",
+                         static_cast<char>(kind), path);
+            break;
+        case HeaderError::kSize:
+            std::fprintf(stderr, "Invalid image size (error loading '%s')\n", path);
+            break;
+        case HeaderError::kMax:
+            std::fprintf(stderr, "Invalid max_rgb (error loading '%s')\n", path);
+            break;
+        case HeaderError::kNone:
+            break;
+    }
+}
+
+void read_payload(FILE* in, PackedImage& image) {
+    const size_t size = image.samples() * static_cast<size_t>(image.sample_bytes);
+    image.bytes = allocate_bytes(size);
+    image.present = size > 0 ? std::fread(image.bytes.get(), 1, size, in) : 0;
+}
+
+void log_image(const PackedImage& image, const char* path, PnmKind kind, int log_line) {
+    const int max_value = from_bits(image.max_value);
+    if (kind == PnmKind::kColour) {
+        log_log(LOG_DEBUG, "common", log_line, "Color depth (%d) max_rgb:(%d)", image.depth, max_value);
+    } else {
+        log_log(LOG_DEBUG, "common", log_line, "Color depth (%d) max_rgb:(%d)\n", image.depth, max_value);
+    }
+    if (!image.complete()) {
+        const size_t whole = image.present / static_cast<size_t>(image.sample_bytes);
+        log_log(LOG_ERROR, "common", __LINE__, "%s ends early: %zu of %zu samples are missing", path,
+                image.samples() - whole, image.samples());
+    }
+}
+
+// Opens, reads and closes. On an error the message has been printed and `image` is unfinished.
+HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image) {
+    FILE* const in = CM_Fopen(path, "rb");
+    const HeaderError error = read_header(in, kind, image);
+    if (error != HeaderError::kNone) {
+        print_header_error(error, kind, path);
+        CM_Fclose(in);
+        return error;
+    }
+    read_payload(in, image);
+    CM_Fclose(in);
+    log_image(image, path, kind, log_line);
+    return error;
+}
+
+template <int kBytes>
+void decode_samples(const uint8_t* src, size_t step, uint32_t count, uint32_t mask, int32_t* dst) {
+    for (uint32_t x = 0; x < count; ++x) {
+        uint32_t v = 0;
+        for (int k = 0; k < kBytes; ++k) {
+            v = v << 8 | src[x * step + static_cast<size_t>(k)];
+        }
+        dst[x] = static_cast<int32_t>(v & mask);
+    }
+}
+
+// Sample number `index` of a file that may have ended before or within it.
+int32_t decode_short_sample(const PackedImage& image, size_t index) {
+    Wrap v = 0;
+    for (int k = 0; k < image.sample_bytes; ++k) {
+        const size_t at = index * static_cast<size_t>(image.sample_bytes) + static_cast<size_t>(k);
+        v = v * 256 + (at < image.present ? image.bytes[at] : kEofByte);
+    }
+    return v;
+}
+
+void fill_frame(const PackedImage& image, FRAME& frame) {
+    std::unique_ptr<int32_t[], FreeBytes> row(
+        static_cast<int32_t*>(static_cast<void*>(allocate_bytes(image.width * sizeof(int32_t)).release())));
+    for (uint32_t y = 0; y < image.height; ++y) {
+        for (uint32_t c = 0; c < image.channels; ++c) {
+            image.read_row(y, c, row.get());
+            int32_t* const dst = frame.data + size_t{frame.channels} * y * frame.width + c;
+            for (uint32_t x = 0; x < image.width; ++x) {
+                dst[size_t{frame.channels} * x] = row[x];
+            }
+        }
+    }
+}
+
+FRAME* frame_from(const PackedImage& image, uint32_t file_type, uint32_t format) {
+    FRAME* const frame =
+        CM_NewFRAME(file_type, format, image.width, image.height, image.channels, image.depth);
+    fill_frame(image, *frame);
+    return frame;
+}
+
+// ---- Writing ----
+
+// A file being written; every failure names the path and ends the program.
+class PnmWriter {
+  public:
+    explicit PnmWriter(const char* path) : path_(path), stream_(CM_Fopen(path, "wb")) {}
+
+    void header(char magic, uint32_t width, uint32_t height) {
+        std::fprintf(stream_, "P%c\n# Created by KORVEN DPU Model\n%d %d\n", magic, static_cast<int>(width),
+                     static_cast<int>(height));
+    }
+    void max_value(uint32_t max) { std::fprintf(stream_, "%u\n", max); }
+    void max_value_signed(int max) { std::fprintf(stream_, "%d\n", max); }
+
+    void payload(const uint8_t* bytes, size_t size) {
+        if (std::fwrite(bytes, 1, size, stream_) != size) {
+            fail();
+        }
+    }
+    void close() {
+        if (CM_Fclose(stream_) != 0) {
+            fail();
+        }
+    }
+
+  private:
+    [[noreturn]] void fail() const {
+        fatal(kExitFile, "Unable to write file '%s': %s\n", path_, std::strerror(errno));
+    }
+
+    const char* path_;
+    FILE* stream_;
+};
+
+// Writes the samples of a frame chunk by chunk: channel 0 alone, or three samples a pixel (channels
+// 0, 1, 2 of a three-channel frame, else channel 0 three times). `convert` maps a sample first.
+template <typename Convert>
+void write_samples(PnmWriter& out, const FRAME& frame, PnmKind kind, int sample_bytes, Convert convert) {
+    const size_t pixels = size_t{frame.width} * frame.height;
+    const size_t per_pixel = kind == PnmKind::kColour ? 3 : 1;
+    const size_t channel_step = kind == PnmKind::kColour && frame.channels == 3 ? 1 : 0;
+    const size_t chunk = kWriteChunk / (3 * 4);
+    int32_t samples[kWriteChunk / 4];
+    uint8_t bytes[kWriteChunk];
+    for (size_t first = 0; first < pixels; first += chunk) {
+        const size_t count = pixels - first < chunk ? pixels - first : chunk;
+        const int32_t* const src = frame.data + first * frame.channels;
+        for (size_t i = 0; i < count; ++i) {
+            for (size_t k = 0; k < per_pixel; ++k) {
+                samples[i * per_pixel + k] = convert(src[i * frame.channels + k * channel_step]);
+            }
+        }
+        pack_samples(samples, count * per_pixel, 1, sample_bytes, bytes);
+        out.payload(bytes, count * per_pixel * static_cast<size_t>(sample_bytes));
+    }
+}
+
+int32_t keep_sample(int32_t v) {
+    return v;
+}
+
+void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int target_depth, int log_line) {
+    PnmWriter out(path);
+    out.header(static_cast<char>(kind), frame.width, frame.height);
+    if (target_depth < 1 || target_depth > 32) {
+        out.close();
+        log_log(LOG_ERROR, "common", log_line, "CM_WritePPM5_CLIP_target_depth error, target depth = '%d'",
+                target_depth);
+        std::exit(kExitFile);
+    }
+    // Intended: the exponent counts modulo 32, so a depth of 32 clips every sample to 0.
+    const uint32_t limit = to_bits(pow2_mod32(target_depth)) - 1;
+    out.max_value(limit);
+    write_samples(out, frame, kind, written_bytes(target_depth), [limit](int32_t v) -> int32_t {
+        const uint32_t positive = v < 0 ? 0 : static_cast<uint32_t>(v);
+        return static_cast<int32_t>(positive < limit ? positive : limit);
+    });
+    out.close();
+}
+
+}  // namespace
+
+Bytes allocate_bytes(size_t size) {
+    Bytes bytes(static_cast<uint8_t*>(std::malloc(size > 0 ? size : 1)));
+    if (bytes == nullptr) {
+        fatal(kExitFile, "Unable to allocate memory\n");
+    }
+    return bytes;
+}
+
+void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
+    const uint32_t mask = channels == 3 ? max_value : ~uint32_t{0};
+    const size_t first = size_t{y} * width * channels + c;
+    if ((first + (size_t{width} - 1) * channels + 1) * static_cast<size_t>(sample_bytes) <= present) {
+        const uint8_t* const src = bytes.get() + first * static_cast<size_t>(sample_bytes);
+        const size_t step = channels * static_cast<size_t>(sample_bytes);
+        switch (sample_bytes) {
+            case 0:
+                decode_samples<0>(src, step, width, mask, dst);
+                return;
+            case 1:
+                decode_samples<1>(src, step, width, mask, dst);
+                return;
+            case 2:
+                decode_samples<2>(src, step, width, mask, dst);
+                return;
+            case 3:
+                decode_samples<3>(src, step, width, mask, dst);
+                return;
+            default:
+                decode_samples<4>(src, step, width, mask, dst);
+                return;
+        }
+    }
+    // The file ends in or before this row. The sample at which the end was met and, in each later
+    // pixel, the first channel hold end-of-file bytes; the other channels were never reached.
+    const size_t whole = present / static_cast<size_t>(sample_bytes);
+    for (uint32_t x = 0; x < width; ++x) {
+        const size_t index = first + size_t{x} * channels;
+        const bool reached = index <= whole || c == 0;
+        dst[x] = reached ? from_bits(to_bits(decode_short_sample(*this, index)) & mask) : Wrap(0);
+    }
+}
+
+PackedImage read_pnm(const char* path, PnmKind kind, int log_line) {
+    PackedImage image;
+    if (load_pnm(path, kind, log_line, image) != HeaderError::kNone) {
+        std::exit(kExitFile);
+    }
+    return image;
+}
+
+int written_bytes(int depth) {
+    return depth <= 8 ? 1 : depth <= 16 ? 2 : depth <= 24 ? 3 : 4;
+}
+
+uint32_t written_max(int depth) {
+    return depth < 32 ? to_bits(pow2_mod32(depth)) - 1 : ~uint32_t{0};
+}
+
+void pack_samples(const int32_t* src, size_t count, size_t stride, int sample_bytes, uint8_t* dst) {
+    if (sample_bytes == 1) {
+        for (size_t i = 0; i < count; ++i) {
+            dst[i] = static_cast<uint8_t>(src[i * stride]);
+        }
+        return;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t v = static_cast<uint32_t>(src[i * stride]);
+        for (int shift = 8 * (sample_bytes - 1); shift >= 0; shift -= 8) {
+            *dst++ = static_cast<uint8_t>(v >> shift);
+        }
+    }
+}
+
+void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed) {
+    PnmWriter out(path);
+    out.header('5', width, height);
+    out.max_value(written_max(depth));
+    out.payload(packed, size_t{width} * height * static_cast<size_t>(written_bytes(depth)));
+    out.close();
+}
+
+}  // namespace cm
+
+FRAME* CM_ReadPPM(const char* path, uint32_t file_type) {
+    return cm::frame_from(cm::read_pnm(path, cm::PnmKind::kColour, 325), file_type, CM_FORMAT_RGB);
+}
+
+FRAME* CM_ReadPPM5(const char* path, uint32_t file_type) {
+    return cm::frame_from(cm::read_pnm(path, cm::PnmKind::kGrey, 410), file_type, CM_FORMAT_SINGLE);
+}
+
+int CM_ReadPPM5_safe(const char* path, FRAME* frame) {
+    cm::PackedImage image;
+    if (cm::load_pnm(path, cm::PnmKind::kGrey, 487, image) != cm::HeaderError::kNone) {
+        return -1;
+    }
+    if (image.width > frame->width || image.height > frame->height) {
+        cm::print_header_error(cm::HeaderError::kSize, cm::PnmKind::kGrey, path);
+        return -1;
+    }
+    cm::fill_frame(image, *frame);
+    return 0;
+}
+
+void CM_WritePPM5(const char* path, const FRAME* frame) {
+    cm::PnmWriter out(path);
+    out.header('5', frame->width, frame->height);
+    out.max_value(cm::written_max(frame->depth));
+    cm::write_samples(out, *frame, cm::PnmKind::kGrey, cm::written_bytes(frame->depth), cm::keep_sample);
+    out.close();
+}
+
+void CM_WritePPM(const char* path, const FRAME* frame) {
+    cm::PnmWriter out(path);
+    out.header('6', frame->width, frame->height);
+    out.max_value_signed(cm::pow2_mod32(frame->depth) - cm::Wrap(1));
+    cm::write_samples(out, *frame, cm::PnmKind::kColour, cm::written_bytes(frame->depth), cm::keep_sample);
+    out.close();
+}
+
+void CM_WritePPM_CLIP(const char* path, const FRAME* frame, int target_depth) {
+    cm::write_clipped(path, *frame, cm::PnmKind::kColour, target_depth, 629);
+}
+
+void CM_WritePPM5_CLIP(const char* path, const FRAME* frame, int target_depth) {
+    cm::write_clipped(path, *frame, cm::PnmKind::kGrey, target_depth, 771);
+}

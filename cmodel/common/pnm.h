@@ -1,0 +1,57 @@
+// Binary PGM/PPM files as packed samples, the form in which the driver keeps its planes.
+#ifndef CMODEL_PNM_H
+#define CMODEL_PNM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace cm {
+
+struct FreeBytes {
+    void operator()(void* p) const { std::free(p); }
+};
+using Bytes = std::unique_ptr<uint8_t[], FreeBytes>;
+
+// Memory that is not cleared; no memory ends the program.
+Bytes allocate_bytes(size_t size);
+
+enum class PnmKind : char { kGrey = '5', kColour = '6' };
+
+// One image as it stands in its file: interleaved samples of 0..4 big-endian bytes. A file that
+// ends early has fewer bytes than its size asks for; samples beyond them read as end-of-file bytes.
+struct PackedImage {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t channels = 0;
+    uint32_t max_value = 0;
+    int depth = 0;         // ceil(log2(max_value))
+    int sample_bytes = 0;  // depth rounded up to bytes
+    size_t present = 0;    // bytes that the file had
+    Bytes bytes;
+
+    size_t samples() const { return size_t{width} * height * channels; }
+    bool complete() const { return present == samples() * static_cast<size_t>(sample_bytes); }
+
+    // Samples of channel c in row y, one per column.
+    void read_row(uint32_t y, uint32_t c, int32_t* dst) const;
+};
+
+// Reads a whole file, unlocked and closed on return. `log_line` is the line of the depth record. A
+// bad header ends the program.
+PackedImage read_pnm(const char* path, PnmKind kind, int log_line);
+
+// Bytes a sample takes in a file of this depth (1..4), and the P5 header's max value.
+int written_bytes(int depth);
+uint32_t written_max(int depth);
+
+// Big-endian samples: `count` of them, `stride` apart in src.
+void pack_samples(const int32_t* src, size_t count, size_t stride, int sample_bytes, uint8_t* dst);
+
+// Writes a whole P5 file from packed samples. A failing write ends the program.
+void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed);
+
+}  // namespace cm
+
+#endif

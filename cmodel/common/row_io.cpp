@@ -1,0 +1,78 @@
+#include "row_io.h"
+
+#include <cstring>
+
+namespace cm {
+
+RowSource::RowSource(const FRAME& frame, int channel)
+    : kind_(Kind::kFrame),
+      frame_(&frame),
+      channel_(channel),
+      width_(static_cast<int>(frame.width)),
+      height_(static_cast<int>(frame.height)),
+      depth_(frame.depth) {}
+
+RowSource::RowSource(const PackedImage& image)
+    : kind_(Kind::kPacked),
+      packed_(&image),
+      width_(static_cast<int>(image.width)),
+      height_(static_cast<int>(image.height)),
+      depth_(image.depth) {}
+
+void RowSource::read_own_row(int y, int32_t* dst) const {
+    if (kind_ == Kind::kPacked) {
+        packed_->read_row(static_cast<uint32_t>(y), 0, dst);
+        return;
+    }
+    const size_t step = frame_->channels;
+    const int32_t* const src =
+        frame_->data + step * static_cast<size_t>(y) * frame_->width + static_cast<size_t>(channel_);
+    if (step == 1) {
+        std::memcpy(dst, src, frame_->width * sizeof(int32_t));
+        return;
+    }
+    for (size_t x = 0; x < frame_->width; ++x) {
+        dst[x] = src[x * step];
+    }
+}
+
+void RowSource::read(int64_t y, int32_t* dst, int width) const {
+    const int own_y = mirror(y, height_);
+    if (width == width_) {
+        read_own_row(own_y, dst);
+        return;
+    }
+    if (own_row_ == nullptr) {
+        own_row_ = allocate_row(static_cast<size_t>(width_));
+    }
+    read_own_row(own_y, own_row_.get());
+    for (int x = 0; x < width; ++x) {
+        dst[x] = own_row_[static_cast<size_t>(mirror(x, width_))];
+    }
+}
+
+void RowSource::read_padded(int64_t y, int32_t* dst, int width) const {
+    read(y, dst, width);
+    if (width == width_) {
+        pad_row(dst, width);
+        return;
+    }
+    for (int k = 1; k <= kMaxReach; ++k) {
+        dst[-k] = own_row_[static_cast<size_t>(mirror(-k, width_))];
+        dst[width - 1 + k] = own_row_[static_cast<size_t>(mirror(int64_t{width} - 1 + k, width_))];
+    }
+}
+
+void write_row(FRAME& frame, int64_t y, const int32_t* row, int width, int channel) {
+    const size_t own_y = static_cast<size_t>(mirror(y, static_cast<int>(frame.height)));
+    int32_t* const dst = frame.data + frame.channels * own_y * frame.width + channel;
+    if (frame.channels == 1 && static_cast<int>(frame.width) == width) {
+        std::memcpy(dst, row, frame.width * sizeof(int32_t));
+        return;
+    }
+    for (int x = 0; x < width; ++x) {
+        dst[frame.channels * static_cast<size_t>(mirror(x, static_cast<int>(frame.width)))] = row[x];
+    }
+}
+
+}  // namespace cm

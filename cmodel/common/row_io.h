@@ -1,0 +1,117 @@
+// Rows in and out: where a block's loop meets the planes it works on.
+#ifndef CMODEL_ROW_IO_H
+#define CMODEL_ROW_IO_H
+
+#include <cstdint>
+
+#include "common.h"
+#include "line_buffer.h"
+#include "pnm.h"
+
+namespace cm {
+
+// One channel of a plane, read a row at a time. The plane is a FRAME, a packed image as it came from
+// its file, or (RGB input) one colour component computed from a packed RGB image. It is not owned.
+class RowSource {
+  public:
+    explicit RowSource(const FRAME& frame, int channel = 0);
+    explicit RowSource(const PackedImage& image);
+
+    enum class Component { kLuma, kCb, kCr };
+    RowSource(const PackedImage& rgb, Component component);
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    int depth() const { return depth_; }
+
+    // Row y, reflected, into dst[0 .. width-1], columns reflected as well.
+    void read(int64_t y, int32_t* dst, int width) const;
+
+    // The same into dst[-kMaxReach .. width-1+kMaxReach].
+    void read_padded(int64_t y, int32_t* dst, int width) const;
+
+  private:
+    enum class Kind { kFrame, kPacked, kRgb };
+
+    void read_own_row(int y, int32_t* dst) const;
+
+    Kind kind_;
+    const FRAME* frame_ = nullptr;
+    const PackedImage* packed_ = nullptr;
+    int channel_ = 0;  // of the frame, or the colour component
+    int width_;
+    int height_;
+    int depth_;
+    mutable AlignedRow own_row_;  // a row at the plane's own width, made when first needed
+};
+
+// A row buffer at the loop's width, filled from one channel of a frame; what a block's frame
+// function reads its inputs through.
+class FrameReader {
+  public:
+    FrameReader(const FRAME& frame, int width, int channel = 0)
+        : source_(frame, channel), width_(width), row_(allocate_row(static_cast<size_t>(width))) {}
+
+    const int32_t* row(int64_t y) {
+        source_.read(y, row_.get(), width_);
+        return row_.get();
+    }
+
+  private:
+    RowSource source_;
+    int width_;
+    AlignedRow row_;
+};
+
+// Rows y-R .. y+R of channel 0 of a frame, padded, for a loop of its own width.
+template <int R>
+class FrameWindow {
+  public:
+    static constexpr int kLines = 2 * R + 1;
+
+    FrameWindow(const FRAME& frame, int width) : source_(frame), width_(width) {
+        for (Line& line : lines_) {
+            line.samples = allocate_row(static_cast<size_t>(width + 2 * kMaxReach));
+        }
+    }
+
+    // rows[R] is row y. The rows of one window are neighbours after reflection too, so each has a
+    // line of its own and is read only when it comes into view.
+    const int32_t* const* around(int64_t y) {
+        for (int k = 0; k < kLines; ++k) {
+            const int own_y = mirror(y + k - R, source_.height());
+            Line& line = lines_[own_y % kLines];
+            int32_t* const row = line.samples.get() + kMaxReach;
+            if (line.held != own_y) {
+                source_.read_padded(own_y, row, width_);
+                line.held = own_y;
+            }
+            rows_[k] = row;
+        }
+        return rows_;
+    }
+
+  private:
+    struct Line {
+        AlignedRow samples;
+        int held = -1;
+    };
+
+    RowSource source_;
+    int width_;
+    Line lines_[kLines];
+    const int32_t* rows_[kLines];
+};
+
+// Writes row[0 .. width-1] to one channel of row y; both coordinates are reflected against the
+// frame, and of samples that meet in one place the last stays.
+void write_row(FRAME& frame, int64_t y, const int32_t* row, int width, int channel = 0);
+
+// A row that a frame function computes into before write_row().
+inline AlignedRow output_row(int width) {
+    return allocate_row(static_cast<size_t>(width));
+}
+
+}  // namespace cm
+
+#endif

@@ -1,0 +1,220 @@
+#include "ee_pipeline.h"
+
+#include <algorithm>
+
+#include "ee_reg_table.h"
+#include "fatal.h"
+
+namespace cm {
+namespace {
+
+struct PlaneInfo {
+    int depth;
+    bool in_report;  // a debug image or the log shows it
+};
+
+constexpr PlaneInfo kPlaneInfo[kPlaneCount] = {
+    /* max          */ {8, false},
+    /* min          */ {8, false},
+    /* range        */ {8, true},
+    /* MF           */ {11, false},
+    /* HF           */ {11, false},
+    /* core         */ {11, false},
+    /* cored        */ {11, true},
+    /* delta gain   */ {8, true},
+    /* luma gain    */ {8, false},
+    /* chroma gain  */ {8, true},
+    /* motion gain  */ {8, false},
+    /* total gain   */ {12, false},
+    /* total delta  */ {11, true},
+    /* clamped      */ {8, true},
+    /* sharpened    */ {8, false},
+};
+
+struct DebugView {
+    int mode;  // value of reg_ee_debug_mode
+    EePlane plane;
+    int factor;
+    int is_signed;
+};
+
+// Intended: the delta gain shows as signed, the core delta does not.
+constexpr DebugView kDebugViews[] = {
+    {1, kPlaneMf, 1, 1},          {2, kPlaneHf, 1, 1},         {3, kPlaneCore, 1, 0},
+    {4, kPlaneCored, 1, 1},       {5, kPlaneDeltaGain, 1, 1},  {6, kPlaneLumaGain, 8, 0},
+    {7, kPlaneChromaGain, 8, 0},  {8, kPlaneMotionGain, 8, 0}, {9, kPlaneTotalGain, 1, 0},
+    {10, kPlaneTotalDelta, 1, 1}, {11, kPlaneClamped, 8, 1},
+};
+
+const DebugView* find_debug_view() {
+    for (const DebugView& view : kDebugViews) {
+        if (view.mode == reg_value(reg_ee_debug_mode)) {
+            return &view;
+        }
+    }
+    return nullptr;
+}
+
+constexpr int kOutputDepth = 8;
+
+}  // namespace
+
+void require_luma_size(const RowSource& luma, const RowSource& plane, const char* name, const char* source) {
+    if (plane.width() == luma.width() && plane.height() == luma.height()) {
+        return;
+    }
+    log_log(LOG_FATAL, source, __LINE__, "Y is %dx%d but %s is %dx%d; they must have the same size",
+            luma.width(), luma.height(), name, plane.width(), plane.height());
+    fatal(kExitFormat, "Y is %dx%d but %s is %dx%d; they must have the same size\n", luma.width(),
+          luma.height(), name, plane.width(), plane.height());
+}
+
+KeptPlane::KeptPlane(uint32_t file_type, int width, int height, int depth)
+    : frame_(CM_NewFRAME(file_type, CM_FORMAT_SINGLE, static_cast<uint32_t>(width),
+                         static_cast<uint32_t>(height), 1, depth)) {}
+
+EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoot, RowSink& sink)
+    : planes_(planes),
+      sink_(sink),
+      width_(planes.luma.width()),
+      height_(planes.luma.height()),
+      luma_depth_(luma_depth),
+      core_(configure_core(luma_depth)),
+      coring_(configure_coring()),
+      delta_gain_(configure_delta_gain()),
+      luma_gain_(configure_luma_gain()),
+      chroma_gain_(configure_chroma_gain()),
+      motion_gain_(configure_motion_gain()),
+      total_gain_(configure_total_gain()),
+      shoot_(configure_shoot()),
+      shoot_variant_(shoot),
+      merge_(configure_merge(kOutputDepth)),
+      half_row_(output_row((width_ + 1) / 2)),
+      cb_(width_, 1, 1),
+      cr_(width_, 1, 1),
+      lpf_luma_(output_row(width_)),
+      lpf_cb_(output_row(width_)),
+      lpf_cr_(output_row(width_)),
+      motion_row_(output_row(width_)),
+      image_row_(output_row(width_)),
+      view_row_(output_row(width_)) {
+    for (int plane = 0; plane < kPlaneCount; ++plane) {
+        rows_[plane] = output_row(width_);
+        if (dump_dbg_img != 0 && kPlaneInfo[plane].in_report) {
+            kept_[plane] = std::make_unique<KeptPlane>(2, width_, height_, kPlaneInfo[plane].depth);
+        }
+    }
+}
+
+bool EePipeline::shows_sharpened() {
+    return find_debug_view() == nullptr;
+}
+
+void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const int32_t* hf) {
+    const RowWindow<2> around(luma, y);
+    const int32_t* const luma_row = luma.row(y);
+
+    planes_.cb.read(y, half_row_.get(), (width_ + 1) / 2);
+    dup_row(half_row_.get(), cb_.line(0), width_);
+    cb_.pad(0);
+    planes_.cr.read(y, half_row_.get(), (width_ + 1) / 2);
+    dup_row(half_row_.get(), cr_.line(0), width_);
+    cr_.pad(0);
+    planes_.motion.read(y, motion_row_.get(), width_);
+    planes_.image.read(y, image_row_.get(), width_);
+
+    min_max_5x5_row(around.rows, edit(kPlaneMax), edit(kPlaneMin), width_);
+    range_row(row(kPlaneMax), row(kPlaneMin), edit(kPlaneRange), width_, negative_ranges_);
+    lpf_luma_row(around.rows + 1, lpf_luma_.get(), width_);
+    lpf_chroma_row(cb_.row(0), lpf_cb_.get(), width_);
+    lpf_chroma_row(cr_.row(0), lpf_cr_.get(), width_);
+
+    core_row(luma_row, lpf_luma_.get(), motion_row_.get(), edit(kPlaneCore), width_, core_);
+    coring_row(mf, hf, row(kPlaneCore), edit(kPlaneCored), width_, coring_);
+
+    byte_table_row(row(kPlaneRange), edit(kPlaneDeltaGain), width_, delta_gain_);
+    byte_table_row(luma_gain_.by_lowpass ? lpf_luma_.get() : luma_row, edit(kPlaneLumaGain), width_,
+                   luma_gain_.gain);
+    chroma_gain_row(chroma_gain_.by_lowpass ? lpf_cb_.get() : cb_.row(0),
+                    chroma_gain_.by_lowpass ? lpf_cr_.get() : cr_.row(0), edit(kPlaneChromaGain), width_,
+                    chroma_gain_);
+    curve_row(motion_row_.get(), edit(kPlaneMotionGain), width_, motion_gain_);
+    total_gain_row(row(kPlaneDeltaGain), row(kPlaneLumaGain), row(kPlaneChromaGain), row(kPlaneMotionGain),
+                   edit(kPlaneTotalGain), width_, total_gain_);
+    total_delta_row(row(kPlaneCored), row(kPlaneTotalGain), edit(kPlaneTotalDelta), width_);
+
+    const auto shoot = shoot_variant_ == ShootVariant::kPro ? shoot_pro_row : shoot_row;
+    shoot(row(kPlaneTotalDelta), luma_row, row(kPlaneMax), row(kPlaneMin), edit(kPlaneClamped), width_,
+          shoot_);
+    merge_row(row(kPlaneClamped), image_row_.get(), edit(kPlaneSharpened), width_, merge_);
+
+    std::copy_n(mf, width_, edit(kPlaneMf));
+    std::copy_n(hf, width_, edit(kPlaneHf));
+    keep_row(y);
+    put_output(y);
+}
+
+void EePipeline::keep_row(int y) {
+    for (int plane = 0; plane < kPlaneCount; ++plane) {
+        if (kept_[plane] != nullptr) {
+            kept_[plane]->put(y, rows_[plane].get());
+        }
+    }
+}
+
+void EePipeline::put_output(int y) {
+    const DebugView* const view = find_debug_view();
+    if (view == nullptr) {
+        sink_.put(y, row(kPlaneSharpened));
+        return;
+    }
+    debug_view_row(row(view->plane), view_row_.get(), width_, view->factor, view->is_signed,
+                   reg_value(reg_ee_debug_shift_bit));
+    sink_.put(y, view_row_.get());
+}
+
+void EePipeline::report_range() {
+    const KeptPlane* const range = kept_[kPlaneRange].get();
+    cm::report_range(negative_ranges_, range != nullptr ? &range->frame() : nullptr);
+}
+
+void EePipeline::report_after_deltas() {
+    const bool images = kept_[kPlaneRange] != nullptr;
+    const auto plane = [this](EePlane p) -> const FRAME& { return kept_[p]->frame(); };
+    report_core(luma_depth_);
+    if (images) {
+        report_coring(plane(kPlaneCored));
+        report_delta_gain(plane(kPlaneRange), plane(kPlaneDeltaGain));
+    }
+    report_chroma_levels();
+    if (images) {
+        report_chroma_gain(plane(kPlaneChromaGain));
+    }
+    report_motion_levels();
+    if (images) {
+        report_total_delta(plane(kPlaneTotalDelta));
+    }
+    if (shoot_variant_ == ShootVariant::kPro) {
+        report_shoot_pro_mode(shoot_);
+    } else {
+        report_shoot_entry();
+    }
+    if (images) {
+        report_shoot(plane(kPlaneClamped));
+    }
+}
+
+FRAME* new_output_frame(const FRAME& luma) {
+    return CM_NewFRAME(luma.file_type, CM_FORMAT_YCBCR, luma.width, luma.height, luma.channels, kOutputDepth);
+}
+
+void set_neutral_chroma(FRAME& out) {
+    const size_t pixels = size_t{out.width} * out.height;
+    for (uint32_t c = 1; c < out.channels && c < 3; ++c) {
+        for (size_t i = 0; i < pixels; ++i) {
+            out.data[i * out.channels + c] = 128;
+        }
+    }
+}
+
+}  // namespace cm

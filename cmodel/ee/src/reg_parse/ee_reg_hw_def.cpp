@@ -1,0 +1,77 @@
+// Operations on the hardware register set; each walks the table once, in slot order.
+#include <cstdlib>
+#include <cstring>
+
+#include "ee_reg_name.h"
+#include "ee_reg_table.h"
+
+namespace {
+
+constexpr const char* kSource = "ee_reg_hw_def";
+constexpr int kHeaderLine = 8;
+
+// The decimal number a value text begins with, as atoi() reads it; text without one is 0, and only the
+// low 32 bits of a large number count.
+int32_t parse_value(const char* text) {
+    return static_cast<int32_t>(std::strtol(text, nullptr, 10));
+}
+
+// Slot of a key, or -1. Files mostly list the keys in slot order, so the search starts after the last
+// find; keys are unique, so where it starts makes no difference to what it finds.
+int find_slot(const char* key) {
+    static int next = 0;
+    for (int n = 0; n < EE_REG_COUNT; ++n) {
+        const int slot = (next + n) % EE_REG_COUNT;
+        if (std::strcmp(cm::kRegTable[slot].key, key) == 0) {
+            next = slot + 1;
+            return slot;
+        }
+    }
+    return -1;
+}
+
+// What print and dump show: the register's own bits, sign-extended if it is signed.
+long shown_value(const EE_REG_HW* set, int slot) {
+    const cm::RegRow& row = cm::kRegTable[slot];
+    return cm::reduce_to_field(set->slot[slot].value, row.bits, row.is_signed);
+}
+
+}  // namespace
+
+int ee_reg_hw_init(EE_REG_HW* set, const char* ins_name) {
+    cm::set_instance_name(set->name, "ee", ins_name);
+    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+        set->slot[slot] = {cm::kRegTable[slot].def, cm::kRegTable[slot].key, 0};
+    }
+    return 0;
+}
+
+int ee_reg_hw_load(EE_REG_HW* set, const char* section, const char* key, const char* value) {
+    if (std::strcmp(section, set->name) != 0) {
+        return 1;
+    }
+    const int slot = find_slot(key);
+    if (slot >= 0) {
+        const cm::RegRow& row = cm::kRegTable[slot];
+        set->slot[slot].value = cm::reduce_to_field(parse_value(value), row.bits, row.is_signed);
+        set->slot[slot].is_set = 1;
+    }
+    return 1;
+}
+
+int ee_reg_hw_print(const EE_REG_HW* set) {
+    log_log(LOG_DEBUG, kSource, kHeaderLine, "[%s]", set->name);
+    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+        log_log(LOG_DEBUG, kSource, cm::kRegTable[slot].line, "%s.%s.%s = %ld", set->name, "hw",
+                cm::kRegTable[slot].key, shown_value(set, slot));
+    }
+    return 0;
+}
+
+int ee_reg_hw_dump_ini(FILE* stream, const EE_REG_HW* set) {
+    std::fprintf(stream, "[%s]\n", set->name);
+    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+        std::fprintf(stream, "%s = %ld\n", cm::kRegTable[slot].key, shown_value(set, slot));
+    }
+    return 0;
+}
