@@ -2,7 +2,27 @@
 
 #include <cstring>
 
+#include "colour.h"
+#include "row_targets.h"
+
 namespace cm {
+namespace {
+
+#define CM_COMPONENT_ROW(component)                                                                 \
+    CM_ROW_FUNCTION(component##_row,                                                                \
+                    (const int32_t* r, const int32_t* g, const int32_t* b, int32_t* out, int width, \
+                     const RgbToYcbcr& to),                                                         \
+                    (r, g, b, out, width, to)) {                                                    \
+        for (int x = 0; x < width; ++x) {                                                           \
+            out[x] = to.clamp(to.component(r[x], g[x], b[x]));                                      \
+        }                                                                                           \
+    }
+CM_COMPONENT_ROW(luma)
+CM_COMPONENT_ROW(cb)
+CM_COMPONENT_ROW(cr)
+#undef CM_COMPONENT_ROW
+
+}  // namespace
 
 RowSource::RowSource(const FRAME& frame, int channel)
     : kind_(Kind::kFrame),
@@ -19,7 +39,30 @@ RowSource::RowSource(const PackedImage& image)
       height_(static_cast<int>(image.height)),
       depth_(image.depth) {}
 
+RowSource::RowSource(const PackedImage& rgb, Component component) : RowSource(rgb) {
+    kind_ = Kind::kRgb;
+    component_ = component;
+    for (AlignedRow& row : rgb_rows_) {
+        row = allocate_row(rgb.width);
+    }
+}
+
+void RowSource::read_rgb_row(int y, int32_t* dst) const {
+    for (uint32_t c = 0; c < 3; ++c) {
+        packed_->read_row(static_cast<uint32_t>(y), c, rgb_rows_[c].get());
+    }
+    const RgbToYcbcr to(depth_);
+    const auto row = component_ == Component::kLuma ? luma_row
+                     : component_ == Component::kCb ? cb_row
+                                                    : cr_row;
+    row(rgb_rows_[0].get(), rgb_rows_[1].get(), rgb_rows_[2].get(), dst, width_, to);
+}
+
 void RowSource::read_own_row(int y, int32_t* dst) const {
+    if (kind_ == Kind::kRgb) {
+        read_rgb_row(y, dst);
+        return;
+    }
     if (kind_ == Kind::kPacked) {
         packed_->read_row(static_cast<uint32_t>(y), 0, dst);
         return;

@@ -34,15 +34,18 @@ class RowSource {
     enum class Kind { kFrame, kPacked, kRgb };
 
     void read_own_row(int y, int32_t* dst) const;
+    void read_rgb_row(int y, int32_t* dst) const;
 
     Kind kind_;
     const FRAME* frame_ = nullptr;
     const PackedImage* packed_ = nullptr;
-    int channel_ = 0;  // of the frame, or the colour component
+    int channel_ = 0;  // of the frame
+    Component component_ = Component::kLuma;
     int width_;
     int height_;
     int depth_;
-    mutable AlignedRow own_row_;  // a row at the plane's own width, made when first needed
+    mutable AlignedRow own_row_;      // a row at the plane's own width, made when first needed
+    mutable AlignedRow rgb_rows_[3];  // likewise, of each colour
 };
 
 // A row buffer at the loop's width, filled from one channel of a frame; what a block's frame

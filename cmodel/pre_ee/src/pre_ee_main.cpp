@@ -128,6 +128,40 @@ void run_ycbcr(char** argv) {
     sharpen(planes, argv[kOut]);
 }
 
+// RGB input has no fused luma, so texture mode 1 cannot run; told before anything is read.
+void refuse_texture_mode() {
+    if (cm::block_enabled() && cm::reg_value(reg_ee_texture_mode) == 1) {
+        constexpr const char* kMessage =
+            "RGB input (mode 0) has no Yfusion: set reg_ee_texture_mode = 0, or give Y, Cb and Cr planes "
+            "(mode 1)";
+        log_log(LOG_FATAL, kSource, __LINE__, "%s", kMessage);
+        cm::fatal(cm::kExitFormat, "%s\n", kMessage);
+    }
+}
+
+void run_rgb(char** argv) {
+    refuse_texture_mode();
+    const cm::PackedImage rgb = cm::read_pnm(argv[kY], cm::PnmKind::kColour, 325);
+    // Intended: must be there and readable, and is not used; the converted luma is sharpened itself.
+    cm::read_pnm(argv[kSrcYnr], cm::PnmKind::kColour, 325);
+    const cm::PackedImage motion = read_plane(argv[kMmap]);
+
+    using Component = cm::RowSource::Component;
+    // Intended: chroma has the luma's width here and still goes through the half-width duplication, so
+    // that the picture's left half colours the whole of it.
+    const cm::EePlanes planes{cm::RowSource(rgb, Component::kLuma),
+                              cm::RowSource(rgb, Component::kCb),
+                              cm::RowSource(rgb, Component::kCr),
+                              cm::RowSource(rgb, Component::kLuma),
+                              cm::RowSource(motion),
+                              std::nullopt};
+    if (!cm::block_enabled()) {
+        write_copy(planes.luma, argv[kOut]);
+        return;
+    }
+    sharpen(planes, argv[kOut]);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -146,10 +180,9 @@ int main(int argc, char** argv) {
     log_log(LOG_INFO, kSource, 94, "reg_pre_ee_enable = %d", cm::reg_value(reg_ee_enable));
 
     if (mode == 0) {
-        log_log(LOG_FATAL, kSource, __LINE__, "mode 0 (RGB input) is not available yet");
-        cm::fatal(cm::kExitFormat,
-                  "mode 0 (RGB input) is not available yet; give Y, Cb and Cr planes (mode 1)\n");
+        run_rgb(argv);
+    } else {
+        run_ycbcr(argv);
     }
-    run_ycbcr(argv);
     return 0;
 }
