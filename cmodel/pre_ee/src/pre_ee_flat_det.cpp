@@ -143,8 +143,9 @@ CM_INLINE void find_lines(Window rows, int32_t* line, int width, const Factor<T>
             across.add(rows[kReach][x + k]);
         }
         const int32_t centre = rows[kReach][x];
-        const bool found = down.is_line(centre < 0, factor) | across.is_line(centre < 0, factor);
-        line[x] = found & (centre != 0);
+        const int down_line = down.is_line(centre < 0, factor);
+        const int across_line = across.is_line(centre < 0, factor);
+        line[x] = (down_line | across_line) & int{centre != 0};
     }
 }
 
