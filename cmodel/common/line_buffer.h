@@ -46,7 +46,7 @@ class LineBuffer {
         : width_(width),
           height_(height),
           lines_(lines < height ? lines : height),
-          pitch_((static_cast<size_t>(width) + 2 * kMargin) / kMargin * kMargin),
+          pitch_((static_cast<size_t>(width) + 3 * kMargin - 1) / kMargin * kMargin),
           samples_(allocate_row(pitch_ * static_cast<size_t>(lines_))) {}
 
     // Where row y goes; call pad(y) once it is there.
