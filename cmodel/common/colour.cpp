@@ -10,6 +10,7 @@
 
 namespace {
 
+// The format, and the three channels that go with it.
 void require_format(const FRAME& frame, uint32_t format, int log_line, const char* message) {
     if (frame.format != format || frame.channels < 3) {
         log_log(LOG_FATAL, "common", log_line, "%s", message);
@@ -82,5 +83,6 @@ FRAME* CM_YCbCr2RGB(const FRAME* src) {
 
 void CM_YCbCr2RGB_safe(const FRAME* src, FRAME* dst) {
     require_format(*src, CM_FORMAT_YCBCR, 1111, "YCbCr2RGB format error");
+    require_format(*dst, dst->format /* any */, 1111, "YCbCr2RGB format error");
     convert_pixels(*src, *dst, inverse);
 }
