@@ -3,6 +3,7 @@
 
 #include <ini.h>
 #include <regex.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -122,6 +123,12 @@ bool rewrite_section(FILE* in, FILE* out, const DumpedSet& set) {
     return found;
 }
 
+// Devices and pipes have no lines to keep, and reading them may never end.
+bool keeps_content(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
 int create_target(const std::string& path, const DumpedSet& set) {
     FILE* const out = std::fopen(path.c_str(), "w");
     if (out == nullptr) {
@@ -137,7 +144,7 @@ int dump_set(const char* path_text, const DumpedSet& set) {
     log_log(LOG_DEBUG, kSource, set.log_line, "[%s] Dump INI configurations in %s...", set.operation,
             path_text);
 
-    FILE* in = std::fopen(path.c_str(), "r");
+    FILE* const in = keeps_content(path) ? std::fopen(path.c_str(), "r") : nullptr;
     if (in == nullptr) {
         if (create_target(path, set) != 0) {
             return -1;
@@ -156,7 +163,7 @@ int dump_set(const char* path_text, const DumpedSet& set) {
         if (!found) {
             set.write(work);
         }
-        const bool read_all = std::ferror(in) == 0;
+        const bool read_all = std::feof(in) != 0;  // anything but the end stopped the reader: an error
         std::fclose(in);
         if (!close_written(work) || !read_all) {
             const int result = read_all ? fail_dump(work_path, "write") : fail_dump(path, "read");
@@ -183,8 +190,9 @@ int dump_set(const char* path_text, const DumpedSet& set) {
         while (line.next()) {
             copy_line(line, out);
         }
+        const bool copied_all = std::feof(work) != 0;
         std::fclose(work);
-        if (!close_written(out)) {
+        if (!close_written(out) || !copied_all) {
             return fail_dump(path, "finish (the whole text stays beside it, in .temp)");
         }
         unlink(work_path.c_str());
