@@ -1,0 +1,53 @@
+// eetool's subcommands. To add one: write its file, declare it here, put it into the table in main.cpp.
+#ifndef CMODEL_EETOOL_COMMANDS_H
+#define CMODEL_EETOOL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "common.h"
+
+namespace eetool {
+
+// Exit statuses; bad usage has those of the command-line parser (100 and above).
+enum Status : int { kOk = 0, kFindings = 1, kCannot = 2 };
+
+struct Command {
+    const char* name;
+    const char* summary;
+    const char* examples;  // command lines that work one after the other in an empty directory
+    const char* notes;     // printed after the options
+    // Declares the options; the result is run once they are parsed, and gives the exit status.
+    std::function<int()> (*declare)(CLI::App& app);
+};
+
+extern const Command kClassic;
+extern const Command kIni;
+extern const Command kPattern;
+
+// Prints the findings in an INI file, as `instance` would load it, one a line.
+int check_ini(const std::string& path, const std::string& instance);
+
+struct DeleteFrame {
+    void operator()(FRAME* frame) const { CM_DelFRAME(frame); }
+};
+using Frame = std::unique_ptr<FRAME, DeleteFrame>;
+
+// Says on standard error that `path` cannot be `done` ("read", "written"), and why.
+int report_cannot(const char* done, const std::string& path);
+
+// Whether `path` can be opened for writing, its content left alone. Asked before the frame library is
+// given a path, since it waits until a file can be opened.
+bool can_write(const std::string& path);
+
+// Splits a three-channel frame into luma and half-width chroma.
+struct Planes {
+    Frame y, cb, cr;
+};
+Planes split_planes(const FRAME& ycbcr);
+
+}  // namespace eetool
+
+#endif

@@ -1,0 +1,60 @@
+// Companion of the model: what its users need from a shell besides running the block.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "commands.h"
+
+namespace eetool {
+
+int report_cannot(const char* done, const std::string& path) {
+    std::fprintf(stderr, "eetool: %s cannot be %s: %s\n", path.c_str(), done, std::strerror(errno));
+    return kCannot;
+}
+
+bool can_write(const std::string& path) {
+    FILE* const file = std::fopen(path.c_str(), "ab");
+    return file != nullptr && std::fclose(file) == 0;
+}
+
+Planes split_planes(const FRAME& ycbcr) {
+    const auto new_plane = [&](uint32_t width) {
+        return Frame(CM_NewFRAME(2, CM_FORMAT_SINGLE, width, ycbcr.height, 1, ycbcr.depth));
+    };
+    const uint32_t chroma_width = (ycbcr.width + 1) / 2;
+    Planes planes{new_plane(ycbcr.width), new_plane(chroma_width), new_plane(chroma_width)};
+    CM_YCbCr444to422(&ycbcr, planes.y.get(), planes.cb.get(), planes.cr.get());
+    return planes;
+}
+
+}  // namespace eetool
+
+int main(int argc, char** argv) {
+    using eetool::Command;
+    const Command* const commands[] = {&eetool::kClassic, &eetool::kIni, &eetool::kPattern};
+
+    log_set_quiet(true);
+    CLI::App app("Companion of the edge-enhancement model.", "eetool");
+    app.require_subcommand(1);
+    app.footer("eetool SUBCOMMAND --help shows its options and an example.");
+    std::vector<std::pair<CLI::App*, std::function<int()>>> entries;
+    for (const Command* const command : commands) {
+        CLI::App* const sub = app.add_subcommand(command->name, command->summary);
+        sub->footer(std::string(command->notes) + "\nExample:\n" + command->examples);
+        entries.emplace_back(sub, command->declare(*sub));
+    }
+
+    try {
+        app.parse(argc, argv);
+        for (const auto& [sub, run] : entries) {
+            if (sub->parsed()) {
+                return run();
+            }
+        }
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e);
+    }
+    return eetool::kCannot;
+}
