@@ -1,0 +1,39 @@
+# What `cmake --install` puts in place: headers, both libraries with their CMake package and pkg-config file, and
+# the programs. Nothing in it names the prefix, so the tree can be moved.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(CMODEL_PUBLIC_HEADERS
+    cmodel/log/log.h
+    cmodel/common/common.h
+    cmodel/ee/src/ee_hw.h
+    cmodel/ee/src/reg_parse/ee_reg.h
+    cmodel/pre_ee/src/pre_ee_hw.h)
+list(TRANSFORM CMODEL_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
+
+# Of libcmodel.so only the C names stay visible; templates of the C++ library are not hidden by the compiler.
+set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+target_link_options(cmodel_shared PRIVATE LINKER:--version-script=${exports})
+set_property(TARGET cmodel_shared APPEND PROPERTY LINK_DEPENDS ${exports})
+
+set_target_properties(cmodel_shared PROPERTIES EXPORT_NAME cmodel)
+target_link_libraries(cmodel_static INTERFACE $<INSTALL_INTERFACE:-linih>)
+
+# The headers include each other by bare name, so users get both <cmodel/ee_hw.h> and <ee_hw.h>.
+set(include_dir ${CMAKE_INSTALL_INCLUDEDIR}/cmodel)
+install(TARGETS cmodel_shared cmodel_static EXPORT cmodel
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${include_dir})
+install(FILES ${CMODEL_PUBLIC_HEADERS} cmodel/ee/src/reg_parse/ee_reg_hw_def.inc DESTINATION ${include_dir})
+install(TARGETS pre_ee_main)
+if(TARGET eetool)
+    install(TARGETS eetool)
+endif()
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cmodel)
+install(EXPORT cmodel NAMESPACE cmodel:: FILE cmodel-config.cmake DESTINATION ${package_dir})
+write_basic_package_version_file(cmodel-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmodel-config-version.cmake DESTINATION ${package_dir})
+
+file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/cmodel.pc.in cmodel.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmodel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

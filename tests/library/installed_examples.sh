@@ -1,0 +1,36 @@
+#!/bin/sh
+# Installs the built library into a scratch prefix and uses it from there, as a project of its own would: through the
+# CMake package (shared and static), through pkg-config, and from Python. PYTHON is `none` to leave that out.
+#
+#   installed_examples.sh BUILD_DIR EXAMPLES_DIR SCRATCH_DIR PYTHON
+#
+# Environment: CMAKE, CC, CXX, CFLAGS, CXXFLAGS.
+set -eu
+
+build=$1 examples=$2 scratch=$3 python=$4
+rm -rf "$scratch"
+mkdir -p "$scratch/run"
+"$CMAKE" --install "$build" --prefix "$scratch/made" >/dev/null
+mv "$scratch/made" "$scratch/prefix" # a tree that only works where it was installed fails below
+prefix=$scratch/prefix
+lib=$(dirname "$(find "$prefix" -name libcmodel.so)")
+
+"$CMAKE" -S "$examples" -B "$scratch/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+"$CMAKE" --build "$scratch/build" >/dev/null
+# shellcheck disable=SC2046,SC2086  # lists of words
+PKG_CONFIG_PATH=$lib/pkgconfig && export PKG_CONFIG_PATH &&
+    "$CC" $CFLAGS -std=c11 "$examples/sharpen.c" $(pkg-config --cflags --libs cmodel) -Wl,-rpath,"$lib" \
+        -o "$scratch/build/sharpen_pkg_config"
+
+cd "$scratch/run"
+for program in sharpen sharpen_static sharpen_pkg_config; do
+    echo "== $program"
+    "$scratch/build/$program"
+done
+if [ "$python" != none ]; then
+    echo "== sharpen.py"
+    "$python" "$examples/sharpen.py" "$lib/libcmodel.so.1"
+fi
+status=0
+"$prefix/bin/pre_ee_main" >/dev/null 2>&1 || status=$?
+[ "$status" -eq 255 ] || { echo "the installed pre_ee_main, without arguments, ended with $status" >&2; exit 1; }
