@@ -10,6 +10,15 @@
 
 #define CM_INLINE inline __attribute__((always_inline))
 
+// Before a loop of a few fixed steps inside a row loop, so that the row loop vectorises.
+#if defined(__clang__)
+#define CM_UNROLL _Pragma("unroll")
+#elif defined(__GNUC__)
+#define CM_UNROLL _Pragma("GCC unroll 8")
+#else
+#define CM_UNROLL
+#endif
+
 namespace cm {
 
 class Wrap {
@@ -56,6 +65,17 @@ constexpr CM_INLINE int32_t min32(int32_t a, int32_t b) {
 }
 constexpr CM_INLINE int32_t max32(int32_t a, int32_t b) {
     return a > b ? a : b;
+}
+
+// Conditions as masks, all ones or all zeros, for row loops whose selections the compiler would else
+// turn into control flow.
+constexpr CM_INLINE int32_t mask_of(bool condition) {
+    return -int32_t{condition};
+}
+
+template <typename T>
+constexpr CM_INLINE T select(int32_t mask, T a, T b) {
+    return b ^ ((a ^ b) & T{mask});
 }
 
 // The lower bound first: when lo > hi the result is hi.

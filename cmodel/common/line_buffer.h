@@ -15,15 +15,18 @@ namespace cm {
 // Largest horizontal reach of any block (7x7 kernel, window radius 3).
 inline constexpr int kMaxReach = 3;
 
-// 32-bit samples on 64-byte lines, not cleared.
+// Samples on 64-byte lines, not cleared.
 struct FreeAligned {
-    void operator()(int32_t* p) const { std::free(p); }
+    void operator()(void* p) const { std::free(p); }
 };
-using AlignedRow = std::unique_ptr<int32_t[], FreeAligned>;
+template <typename T>
+using AlignedSamples = std::unique_ptr<T[], FreeAligned>;
+using AlignedRow = AlignedSamples<int32_t>;
 
-inline AlignedRow allocate_row(size_t samples) {
-    const size_t bytes = (samples * sizeof(int32_t) + 63) / 64 * 64;
-    AlignedRow row(static_cast<int32_t*>(std::aligned_alloc(64, bytes)));
+template <typename T = int32_t>
+AlignedSamples<T> allocate_row(size_t samples) {
+    const size_t bytes = (samples * sizeof(T) + 63) / 64 * 64;
+    AlignedSamples<T> row(static_cast<T*>(std::aligned_alloc(64, bytes)));
     if (row == nullptr) {
         fatal(kExitFile, "Unable to allocate memory\n");
     }
@@ -31,7 +34,8 @@ inline AlignedRow allocate_row(size_t samples) {
 }
 
 // Copies the samples next to the ends outward, so that row[-reach] .. row[width - 1 + reach] exist.
-inline void pad_row(int32_t* row, int width) {
+template <typename T>
+void pad_row(T* row, int width) {
     for (int k = 1; k <= kMaxReach; ++k) {
         row[-k] = row[mirror(-k, width)];
         row[width - 1 + k] = row[mirror(width - 1 + k, width)];
@@ -40,42 +44,44 @@ inline void pad_row(int32_t* row, int width) {
 
 // The last `lines` rows of a plane of width x height, each padded on both sides. Rows are filled in
 // order; row(y) takes any y whose reflection is still held.
-class LineBuffer {
+template <typename T>
+class LineBufferOf {
   public:
-    LineBuffer(int width, int height, int lines)
+    LineBufferOf(int width, int height, int lines)
         : width_(width),
           height_(height),
           lines_(lines < height ? lines : height),
           pitch_((static_cast<size_t>(width) + 3 * kMargin - 1) / kMargin * kMargin),
-          samples_(allocate_row(pitch_ * static_cast<size_t>(lines_))) {}
+          samples_(allocate_row<T>(pitch_ * static_cast<size_t>(lines_))) {}
 
     // Where row y goes; call pad(y) once it is there.
-    int32_t* line(int y) {
+    T* line(int y) {
         assert(y >= 0 && y < height_);
         return samples_.get() + pitch_ * static_cast<size_t>(y % lines_) + kMargin;
     }
     void pad(int y) { pad_row(line(y), width_); }
 
-    const int32_t* row(int y) const {
+    const T* row(int y) const {
         return samples_.get() + pitch_ * static_cast<size_t>(mirror(y, height_) % lines_) + kMargin;
     }
 
   private:
-    static constexpr size_t kMargin = 16;  // a multiple of 64 bytes, at least kMaxReach
+    static constexpr size_t kMargin = 64 / sizeof(T);  // one 64-byte line, at least kMaxReach samples
 
     int width_;
     int height_;
     int lines_;
     size_t pitch_;
-    AlignedRow samples_;
+    AlignedSamples<T> samples_;
 };
+using LineBuffer = LineBufferOf<int32_t>;
 
 // Rows y-R .. y+R of a line buffer; rows[R] is row y.
-template <int R>
+template <int R, typename T = int32_t>
 struct RowWindow {
-    const int32_t* rows[2 * R + 1];
+    const T* rows[2 * R + 1];
 
-    RowWindow(const LineBuffer& lines, int y) {
+    RowWindow(const LineBufferOf<T>& lines, int y) {
         for (int k = 0; k <= 2 * R; ++k) {
             rows[k] = lines.row(y + k - R);
         }

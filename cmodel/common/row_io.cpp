@@ -22,6 +22,15 @@ CM_COMPONENT_ROW(cb)
 CM_COMPONENT_ROW(cr)
 #undef CM_COMPONENT_ROW
 
+CM_ROW_FUNCTION(count_beyond_row, (const int32_t* row, int width, int32_t bound, int32_t& beyond),
+                (row, width, bound, beyond)) {
+    int32_t count = 0;
+    for (int x = 0; x < width; ++x) {
+        count += row[x] > bound || row[x] < -bound;
+    }
+    beyond = count;
+}
+
 }  // namespace
 
 RowSource::RowSource(const FRAME& frame, int channel)
@@ -77,6 +86,38 @@ void RowSource::read_own_row(int y, int32_t* dst) const {
     for (size_t x = 0; x < frame_->width; ++x) {
         dst[x] = src[x * step];
     }
+}
+
+bool RowSource::within(int32_t bound) const {
+    if (kind_ == Kind::kRgb) {
+        return depth_ < 31 && (1 << depth_) - 1 <= bound;
+    }
+    if (kind_ == Kind::kPacked) {
+        // Samples may use all of their bytes, whatever the depth; past the end of the file they are
+        // negative, and of a magnitude just above that.
+        const int bits = 8 * packed_->sample_bytes;
+        return bits <= 24 && (1 << bits) + (1 << bits) / 255 <= bound;
+    }
+    const size_t step = frame_->channels;
+    const size_t samples = step * frame_->width * frame_->height;
+    if (step != 1) {
+        for (size_t i = static_cast<size_t>(channel_); i < samples; i += step) {
+            if (frame_->data[i] > bound || frame_->data[i] < -bound) {
+                return false;
+            }
+        }
+        return true;
+    }
+    constexpr size_t kChunk = 4096;
+    for (size_t first = 0; first < samples; first += kChunk) {
+        int32_t beyond = 0;
+        count_beyond_row(frame_->data + first, static_cast<int>(std::min(kChunk, samples - first)), bound,
+                         beyond);
+        if (beyond != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void RowSource::read(int64_t y, int32_t* dst, int width) const {

@@ -2,6 +2,7 @@
 #ifndef CMODEL_ROW_IO_H
 #define CMODEL_ROW_IO_H
 
+#include <algorithm>
 #include <cstdint>
 
 #include "common.h"
@@ -23,6 +24,10 @@ class RowSource {
     int width() const { return width_; }
     int height() const { return height_; }
     int depth() const { return depth_; }
+
+    // Whether no sample can lie beyond -bound .. bound. Files are judged by the bytes of a sample, frames
+    // are looked through.
+    bool within(int32_t bound) const;
 
     // Row y, reflected, into dst[0 .. width-1], columns reflected as well.
     void read(int64_t y, int32_t* dst, int width) const;
@@ -66,44 +71,48 @@ class FrameReader {
     AlignedRow row_;
 };
 
-// Rows y-R .. y+R of channel 0 of a frame, padded, for a loop of its own width.
-template <int R>
+// Rows y-R .. y+R of channel 0 of a frame, padded, for a loop of its own width. Samples must fit T.
+template <int R, typename T = int32_t>
 class FrameWindow {
   public:
     static constexpr int kLines = 2 * R + 1;
 
-    FrameWindow(const FRAME& frame, int width) : source_(frame), width_(width) {
+    FrameWindow(const FRAME& frame, int width)
+        : source_(frame), width_(width), row_(allocate_row(padded_width())) {
         for (Line& line : lines_) {
-            line.samples = allocate_row(static_cast<size_t>(width + 2 * kMaxReach));
+            line.samples = allocate_row<T>(padded_width());
         }
     }
 
     // rows[R] is row y. The rows of one window are neighbours after reflection too, so each has a
     // line of its own and is read only when it comes into view.
-    const int32_t* const* around(int64_t y) {
+    const T* const* around(int64_t y) {
         for (int k = 0; k < kLines; ++k) {
             const int own_y = mirror(y + k - R, source_.height());
             Line& line = lines_[own_y % kLines];
-            int32_t* const row = line.samples.get() + kMaxReach;
             if (line.held != own_y) {
-                source_.read_padded(own_y, row, width_);
+                source_.read_padded(own_y, row_.get() + kMaxReach, width_);
+                std::copy_n(row_.get(), padded_width(), line.samples.get());
                 line.held = own_y;
             }
-            rows_[k] = row;
+            rows_[k] = line.samples.get() + kMaxReach;
         }
         return rows_;
     }
 
   private:
     struct Line {
-        AlignedRow samples;
+        AlignedSamples<T> samples;
         int held = -1;
     };
 
+    size_t padded_width() const { return static_cast<size_t>(width_ + 2 * kMaxReach); }
+
     RowSource source_;
     int width_;
+    AlignedRow row_;
     Line lines_[kLines];
-    const int32_t* rows_[kLines];
+    const T* rows_[kLines];
 };
 
 // Writes row[0 .. width-1] to one channel of row y; both coordinates are reflected against the

@@ -3,6 +3,8 @@
 //
 //   (cb, cr) --+-- CORDIC hue ------> hue table ---- h --+
 //              +-- amplitude -------> curve -------- w --+--> ((128 - w) * 64 + w * h) >> 7
+#include <algorithm>
+
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
@@ -23,11 +25,13 @@ constexpr int32_t kScaleQ6[kSteps] = {64, 77, 80, 81, 81, 81, 81};
 
 // Rotates the vector, folded into the first quadrant, onto the x axis and adds up the turns.
 CM_INLINE int32_t cordic_hue(int32_t a, int32_t b) {
-    const bool signs_differ = (a ^ b) < 0;
-    const int32_t quadrant = signs_differ ? (a < 0 ? 64 : 192) : (a < 0 ? 128 : 0);
-    Wrap x = signs_differ ? magnitude(b) : magnitude(a);
-    Wrap y = signs_differ ? magnitude(a) : magnitude(b);
+    const int32_t a_below = mask_of(a < 0);
+    const int32_t signs_differ = mask_of((a ^ b) < 0);
+    const int32_t quadrant = select(signs_differ, select(a_below, 64, 192), select(a_below, 128, 0));
+    Wrap x = select(signs_differ, magnitude(b), magnitude(a));
+    Wrap y = select(signs_differ, magnitude(a), magnitude(b));
     int32_t turn = 0;  // 512ths of a turn
+    CM_UNROLL
     for (int k = 0; k < kSteps; ++k) {
         const int32_t step = 64 >> k;
         const int32_t up = static_cast<int32_t>(y) >> 31;  // -1 when the vector lies below the axis
@@ -39,9 +43,9 @@ CM_INLINE int32_t cordic_hue(int32_t a, int32_t b) {
     }
     const int32_t hue = (((turn + 1) >> 1) + quadrant) & 255;
     // On the axes the hue is exact.
-    const int32_t on_a_axis = a < 0 ? 128 : 0;  // the zero vector counts as hue 0
-    const int32_t on_b_axis = b < 0 ? 192 : 64;
-    return b == 0 ? on_a_axis : a == 0 ? on_b_axis : hue;
+    const int32_t on_a_axis = select(a_below, 128, 0);  // the zero vector counts as hue 0
+    const int32_t on_b_axis = select(mask_of(b < 0), 192, 64);
+    return select(mask_of(b == 0), on_a_axis, select(mask_of(a == 0), on_b_axis, hue));
 }
 
 // sqrt(a*a + b*b) as the larger of two tangents to the circle, weights in 128ths.
@@ -57,20 +61,15 @@ CM_INLINE int32_t approximate_length(int32_t a, int32_t b) {
 
 constexpr int kTile = 512;
 
+// Frames of fewer pixels are done before a table of all chroma values is.
+constexpr size_t kTableWorthwhile = 3 * 256 * 256;
+
 }  // namespace
 
-ChromaGainConfig configure_chroma_gain() {
-    ChromaGainConfig c;
-    c.by_lowpass = reg_value(reg_ee_chromaref_lpf_en) == 1;
-    c.hue_gain = reg_value(reg_ee_chroma_adptctrl_en) == 1
-                     ? tabulate_33_knots(reg_ee_chroma_adptctrl_lut_00, true)
-                     : constant_table(kUnitGain);
-    c.weight = tabulate_curve(reg_ee_chroma_amp_lut_in_0);
-    return c;
-}
-
-CM_ROW_FUNCTION(chroma_gain_row,
-                (const int32_t* cb, const int32_t* cr, int32_t* gain, int width, const ChromaGainConfig& c),
+// Hue, amplitude and blend, sample by sample.
+CM_ROW_FUNCTION(chroma_compute_row,
+                (const int32_t* cb, const int32_t* cr, int32_t* __restrict gain, int width,
+                 const ChromaGainConfig& c),
                 (cb, cr, gain, width, c)) {
     int32_t hue[kTile];
     int32_t amplitude[kTile];
@@ -86,6 +85,58 @@ CM_ROW_FUNCTION(chroma_gain_row,
             const int32_t w = c.weight.entry[amplitude[i]];
             gain[x0 + i] = ((128 - w) * kUnitGain + w * c.hue_gain.entry[hue[i]]) >> 7;
         }
+    }
+}
+
+// The same from the table over all 8-bit chroma.
+static void chroma_lookup_row(const int32_t* cb, const int32_t* cr, int32_t* __restrict gain, int width,
+                              const uint16_t* __restrict table) {
+    for (int x = 0; x < width; ++x) {
+        gain[x] = table[cb[x] << 8 | cr[x]];
+    }
+}
+
+CM_ROW_FUNCTION(gather_bits_row, (const int32_t* cb, const int32_t* cr, int width, int32_t& bits),
+                (cb, cr, width, bits)) {
+    int32_t any = 0;
+    for (int x = 0; x < width; ++x) {
+        any |= cb[x] | cr[x];
+    }
+    bits = any;
+}
+
+ChromaGainConfig configure_chroma_gain(size_t pixels) {
+    ChromaGainConfig c;
+    c.by_lowpass = reg_value(reg_ee_chromaref_lpf_en) == 1;
+    c.hue_gain = reg_value(reg_ee_chroma_adptctrl_en) == 1
+                     ? tabulate_33_knots(reg_ee_chroma_adptctrl_lut_00, true)
+                     : constant_table(kUnitGain);
+    c.weight = tabulate_curve(reg_ee_chroma_amp_lut_in_0);
+    if (pixels >= kTableWorthwhile) {
+        c.by_chroma.resize(256 * 256);
+        int32_t cb[256], cr[256], gain[256];
+        for (int v = 0; v < 256; ++v) {
+            cr[v] = v;
+        }
+        for (int u = 0; u < 256; ++u) {
+            std::fill_n(cb, 256, u);
+            chroma_compute_row(cb, cr, gain, 256, c);
+            std::copy_n(gain, 256, c.by_chroma.begin() + 256 * u);  // 0..440
+        }
+    }
+    return c;
+}
+
+void chroma_gain_row(const int32_t* cb, const int32_t* cr, int32_t* gain, int width,
+                     const ChromaGainConfig& c) {
+    int32_t bits = ~0;
+    if (!c.by_chroma.empty()) {
+        gather_bits_row(cb, cr, width, bits);
+    }
+    if ((bits & ~255) == 0) {
+        chroma_lookup_row(cb, cr, gain, width, c.by_chroma.data());
+    } else {
+        chroma_compute_row(cb, cr, gain, width, c);
     }
 }
 
@@ -112,7 +163,7 @@ int CalcSQRT(int a, int b) {
 
 void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* gain) {
     cm::report_chroma_levels();
-    const cm::ChromaGainConfig config = cm::configure_chroma_gain();
+    const cm::ChromaGainConfig config = cm::configure_chroma_gain(size_t{gain->width} * gain->height);
     const int width = static_cast<int>(gain->width);
     const cm::AlignedRow out = cm::output_row(width);
     cm::FrameReader cb(config.by_lowpass ? *ref : *Cb, width, config.by_lowpass ? 1 : 0);

@@ -83,7 +83,7 @@ EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoo
       coring_(configure_coring()),
       delta_gain_(configure_delta_gain()),
       luma_gain_(configure_luma_gain()),
-      chroma_gain_(configure_chroma_gain()),
+      chroma_gain_(configure_chroma_gain(static_cast<size_t>(width_) * static_cast<size_t>(height_))),
       motion_gain_(configure_motion_gain()),
       total_gain_(configure_total_gain()),
       shoot_(configure_shoot()),

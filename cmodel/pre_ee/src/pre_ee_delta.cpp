@@ -45,9 +45,17 @@ CM_ROW_FUNCTION(pre_ee_delta_sum_row, (Window rows, int32_t* mf_sum, int32_t* hf
     }
 }
 
-CM_ROW_FUNCTION(normalise_delta_row, (int32_t * sum, int width, int shift), (sum, width, shift)) {
+CM_ROW_FUNCTION(normalise_delta_row, (const int32_t* sum, int32_t* __restrict out, int width, int shift),
+                (sum, out, width, shift)) {
     for (int x = 0; x < width; ++x) {
-        sum[x] = shift_magnitude(sum[x], shift, kDeltaMax);
+        out[x] = shift_magnitude(sum[x], shift, kDeltaMax);
+    }
+}
+
+CM_ROW_FUNCTION(normalise_delta_row, (const int32_t* sum, int16_t* __restrict out, int width, int shift),
+                (sum, out, width, shift)) {
+    for (int x = 0; x < width; ++x) {
+        out[x] = static_cast<int16_t>(shift_magnitude(sum[x], shift, kDeltaMax));
     }
 }
 
@@ -90,27 +98,28 @@ void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) {
     const bool dump = dump_dbg_img != 0;
     FRAME* const mf_over = dump ? cm::new_map(*in) : nullptr;
     FRAME* const hf_over = dump ? cm::new_map(*in) : nullptr;
-    const cm::AlignedRow mf_row = cm::output_row(width);
-    const cm::AlignedRow hf_row = cm::output_row(width);
+    const cm::AlignedRow mf_sum = cm::output_row(width);
+    const cm::AlignedRow hf_sum = cm::output_row(width);
+    const cm::AlignedRow delta_row = cm::output_row(width);
     const cm::AlignedRow over_row = cm::output_row(width);
     cm::FrameWindow<2> window(*in, width);
     for (int y = 0; y < static_cast<int>(in->height); ++y) {
         if (enabled) {
-            cm::pre_ee_delta_sum_row(window.around(y), mf_row.get(), hf_row.get(), width);
+            cm::pre_ee_delta_sum_row(window.around(y), mf_sum.get(), hf_sum.get(), width);
         } else {
-            std::fill_n(mf_row.get(), width, 0);
-            std::fill_n(hf_row.get(), width, 0);
+            std::fill_n(mf_sum.get(), width, 0);
+            std::fill_n(hf_sum.get(), width, 0);
         }
         if (dump) {
-            cm::delta_overflow_row(mf_row.get(), over_row.get(), width, shift);
+            cm::delta_overflow_row(mf_sum.get(), over_row.get(), width, shift);
             cm::write_row(*mf_over, y, over_row.get(), width);
-            cm::delta_overflow_row(hf_row.get(), over_row.get(), width, shift);
+            cm::delta_overflow_row(hf_sum.get(), over_row.get(), width, shift);
             cm::write_row(*hf_over, y, over_row.get(), width);
         }
-        cm::normalise_delta_row(mf_row.get(), width, shift);
-        cm::normalise_delta_row(hf_row.get(), width, shift);
-        cm::write_row(*mf, y, mf_row.get(), width);
-        cm::write_row(*hf, y, hf_row.get(), width);
+        cm::normalise_delta_row(mf_sum.get(), delta_row.get(), width, shift);
+        cm::write_row(*mf, y, delta_row.get(), width);
+        cm::normalise_delta_row(hf_sum.get(), delta_row.get(), width, shift);
+        cm::write_row(*hf, y, delta_row.get(), width);
     }
     if (dump) {
         cm::report_pre_ee_delta(tag, *mf, *hf, *mf_over, *hf_over);

@@ -24,11 +24,22 @@ constexpr int kDeltaReach = 2;
 constexpr int kLumaLines = 2 * (kFlatReach + kDeltaReach) + 1;
 constexpr int kDeltaLines = 2 * kFlatReach + 1;
 
+// Largest luma whose kernel sums (coefficients of one sign add up to 448) fit 32 bits, and that flat
+// detection sums up in 32 bits.
+constexpr int32_t kNoWrapBound = 1 << 21;
+static_assert(kNoWrapBound <= Lanes32::kLumaBound);
+
 bool detects_texture() {
     return reg_value(reg_ee_texture_mode) == 1;
 }
 
-// One luma plane, its line buffer and the deltas made of it, a few rows ahead of the blocks.
+std::unique_ptr<KeptPlane> keep_for_report(const RowSource& luma, int depth) {
+    return dump_dbg_img != 0 ? std::make_unique<KeptPlane>(2, luma.width(), luma.height(), depth) : nullptr;
+}
+
+// One luma plane, its line buffer and the deltas made of it, a few rows ahead of the blocks. Deltas, and
+// the luma that flat detection looks at, are kept as rows of T.
+template <typename T>
 class DeltaStage {
   public:
     DeltaStage(const RowSource& luma, const char* tag)
@@ -36,18 +47,16 @@ class DeltaStage {
           tag_(tag),
           shift_(configure_pre_ee_delta(luma.depth())),
           luma_(luma.width(), luma.height(), kLumaLines),
+          window_luma_(luma.width(), luma.height(), kLumaLines),
           mf_(luma.width(), luma.height(), kDeltaLines),
-          hf_(luma.width(), luma.height(), kDeltaLines) {
-        if (dump_dbg_img != 0) {
-            over_row_ = output_row(luma.width());
-            for (std::unique_ptr<KeptPlane>* map : {&mf_over_, &hf_over_}) {
-                *map = std::make_unique<KeptPlane>(2, luma.width(), luma.height(), 8);
-            }
-            for (std::unique_ptr<KeptPlane>* delta : {&mf_kept_, &hf_kept_}) {
-                *delta = std::make_unique<KeptPlane>(2, luma.width(), luma.height(), 11);
-            }
-        }
-    }
+          hf_(luma.width(), luma.height(), kDeltaLines),
+          mf_sum_(output_row(luma.width())),
+          hf_sum_(output_row(luma.width())),
+          over_row_(output_row(luma.width())),
+          mf_kept_(keep_for_report(luma, 11)),
+          hf_kept_(keep_for_report(luma, 11)),
+          mf_over_(keep_for_report(luma, 8)),
+          hf_over_(keep_for_report(luma, 8)) {}
 
     // Makes the deltas up to and including row y (or the last), reading luma as far as they need.
     void advance(int y) {
@@ -60,11 +69,9 @@ class DeltaStage {
     }
 
     const LineBuffer& luma() const { return luma_; }
-    const LineBuffer& mf() const { return mf_; }
-    const LineBuffer& hf() const { return hf_; }
-
-    // Whether any luma row so far has a sample too large for flat detection's 32-bit sums.
-    bool needs_wide_sums() const { return needs_wide_sums_; }
+    const LineBufferOf<T>& window_luma() const { return window_luma_; }
+    const LineBufferOf<T>& mf() const { return mf_; }
+    const LineBufferOf<T>& hf() const { return hf_; }
 
     void report() const {
         if (mf_kept_ != nullptr) {
@@ -76,93 +83,91 @@ class DeltaStage {
   private:
     void read_luma(int y) {
         source_.read(y, luma_.line(y), source_.width());
-        needs_wide_sums_ |= exceeds_bound(luma_.line(y), source_.width(), FlatDetector::kLumaBound);
         luma_.pad(y);
+        std::copy_n(luma_.line(y), source_.width(), window_luma_.line(y));
+        window_luma_.pad(y);
     }
 
     void make_delta(int y) {
+        pre_ee_delta_sum_row(RowWindow<kDeltaReach>(luma_, y).rows, mf_sum_.get(), hf_sum_.get(),
+                             source_.width());
+        finish_band(y, mf_sum_.get(), mf_, mf_kept_.get(), mf_over_.get());
+        finish_band(y, hf_sum_.get(), hf_, hf_kept_.get(), hf_over_.get());
+    }
+
+    void finish_band(int y, const int32_t* sum, LineBufferOf<T>& band, KeptPlane* kept, KeptPlane* over) {
         const int width = source_.width();
-        pre_ee_delta_sum_row(RowWindow<kDeltaReach>(luma_, y).rows, mf_.line(y), hf_.line(y), width);
-        if (mf_over_ != nullptr) {
-            delta_overflow_row(mf_.line(y), over_row_.get(), width, shift_);
-            mf_over_->put(y, over_row_.get());
-            delta_overflow_row(hf_.line(y), over_row_.get(), width, shift_);
-            hf_over_->put(y, over_row_.get());
+        normalise_delta_row(sum, band.line(y), width, shift_);
+        band.pad(y);
+        if (kept != nullptr) {
+            std::copy_n(band.line(y), width, over_row_.get());
+            kept->put(y, over_row_.get());
+            delta_overflow_row(sum, over_row_.get(), width, shift_);
+            over->put(y, over_row_.get());
         }
-        normalise_delta_row(mf_.line(y), width, shift_);
-        normalise_delta_row(hf_.line(y), width, shift_);
-        if (mf_kept_ != nullptr) {
-            mf_kept_->put(y, mf_.line(y));
-            hf_kept_->put(y, hf_.line(y));
-        }
-        mf_.pad(y);
-        hf_.pad(y);
     }
 
     const RowSource& source_;
     const char* tag_;
     int shift_;
-    LineBuffer luma_, mf_, hf_;
+    LineBuffer luma_;
+    LineBufferOf<T> window_luma_, mf_, hf_;
     int next_luma_ = 0;
     int next_delta_ = 0;
-    bool needs_wide_sums_ = false;
-    AlignedRow over_row_;
+    AlignedRow mf_sum_, hf_sum_, over_row_;
     std::unique_ptr<KeptPlane> mf_kept_, hf_kept_, mf_over_, hf_over_;
 };
 
 // Texture mode 1: the deltas of both luma planes and the choice between them.
-class FlatStage {
-  public:
-    FlatStage(const DeltaStage& in, const EePlanes& planes)
-        : in_(in),
-          fusion_(*planes.fusion, "Yfusion"),
-          detector_(planes.luma.width()),
-          mf_(output_row(planes.luma.width())),
-          hf_(output_row(planes.luma.width())),
-          texture_(output_row(planes.luma.width())) {
-        if (dump_dbg_img != 0) {
-            for (std::unique_ptr<KeptPlane>* map : {&mf_texture_, &hf_texture_}) {
-                *map = std::make_unique<KeptPlane>(2, planes.luma.width(), planes.luma.height(), 8);
-            }
+template <typename Lanes>
+void run_texture_rows(const EePlanes& planes, EePipeline& blocks) {
+    using Row = typename Lanes::Row;
+    using Rows = RowWindow<kFlatReach, Row>;
+    DeltaStage<Row> in(planes.luma, "Yin");
+    DeltaStage<Row> fusion(*planes.fusion, "Yfusion");
+    FlatDetector<Lanes> detector(blocks.width());
+    const AlignedRow mf = output_row(blocks.width());
+    const AlignedRow hf = output_row(blocks.width());
+    const AlignedRow texture = output_row(blocks.width());
+    const std::unique_ptr<KeptPlane> mf_texture = keep_for_report(planes.luma, 8);
+    const std::unique_ptr<KeptPlane> hf_texture = keep_for_report(planes.luma, 8);
+
+    for (int y = 0; y < blocks.height(); ++y) {
+        in.advance(y + kFlatReach);
+        fusion.advance(y + kFlatReach);
+        detector.set_luma(Rows(in.window_luma(), y).rows, Rows(fusion.window_luma(), y).rows);
+        detector.run_band(Rows(in.mf(), y).rows, Rows(fusion.mf(), y).rows, mf.get(), texture.get());
+        if (mf_texture != nullptr) {
+            mf_texture->put(y, texture.get());
         }
+        detector.run_band(Rows(in.hf(), y).rows, Rows(fusion.hf(), y).rows, hf.get(), texture.get());
+        if (hf_texture != nullptr) {
+            hf_texture->put(y, texture.get());
+        }
+        blocks.run_row(y, in.luma(), mf.get(), hf.get());
     }
 
-    void run_row(int y) {
-        fusion_.advance(y + kFlatReach);
-        if (in_.needs_wide_sums() || fusion_.needs_wide_sums()) {
-            detector_.use_wide_sums();
-        }
-        using Rows = RowWindow<kFlatReach>;
-        detector_.set_luma(Rows(in_.luma(), y).rows, Rows(fusion_.luma(), y).rows);
-        detector_.run_band(Rows(in_.mf(), y).rows, Rows(fusion_.mf(), y).rows, mf_.get(), texture_.get());
-        if (mf_texture_ != nullptr) {
-            mf_texture_->put(y, texture_.get());
-        }
-        detector_.run_band(Rows(in_.hf(), y).rows, Rows(fusion_.hf(), y).rows, hf_.get(), texture_.get());
-        if (hf_texture_ != nullptr) {
-            hf_texture_->put(y, texture_.get());
-        }
+    blocks.report_range();
+    log_log(LOG_INFO, kSource, 97, "texture mode is 1");
+    fusion.report();
+    in.report();
+    if (mf_texture != nullptr) {
+        report_flat_det("MF", mf_texture->frame());
+        report_flat_det("HF", hf_texture->frame());
     }
+}
 
-    const int32_t* mf() const { return mf_.get(); }
-    const int32_t* hf() const { return hf_.get(); }
-
-    void report() const {
-        fusion_.report();
-        in_.report();
-        if (mf_texture_ != nullptr) {
-            report_flat_det("MF", mf_texture_->frame());
-            report_flat_det("HF", hf_texture_->frame());
-        }
+// Texture mode 0: the luma's deltas as they are.
+void run_plain_rows(const EePlanes& planes, EePipeline& blocks) {
+    DeltaStage<int32_t> in(planes.luma, "Yin");
+    for (int y = 0; y < blocks.height(); ++y) {
+        in.advance(y + 1);
+        blocks.run_row(y, in.luma(), in.mf().row(y), in.hf().row(y));
     }
-
-  private:
-    const DeltaStage& in_;
-    DeltaStage fusion_;
-    FlatDetector detector_;
-    AlignedRow mf_, hf_, texture_;
-    std::unique_ptr<KeptPlane> mf_texture_, hf_texture_;
-};
+    blocks.report_range();
+    in.report();
+    log_log(LOG_INFO, kSource, 94, "texture mode is 0");
+}
 
 }  // namespace
 
@@ -185,29 +190,18 @@ void check_pre_ee_planes(const EePlanes& planes) {
 
 void run_pre_ee(const EePlanes& planes, RowSink& sink) {
     EePipeline blocks(planes, planes.luma.depth(), ShootVariant::kPro, sink);
-    DeltaStage in(planes.luma, "Yin");
-    std::optional<FlatStage> flat;
-    if (detects_texture()) {
-        flat.emplace(in, planes);
-    }
-
-    for (int y = 0; y < blocks.height(); ++y) {
-        in.advance(y + kFlatReach);
-        if (flat) {
-            flat->run_row(y);
-            blocks.run_row(y, in.luma(), flat->mf(), flat->hf());
-        } else {
-            blocks.run_row(y, in.luma(), in.mf().row(y), in.hf().row(y));
-        }
-    }
-
-    blocks.report_range();
-    if (flat) {
-        log_log(LOG_INFO, kSource, 97, "texture mode is 1");
-        flat->report();
+    // Deltas stay within 2047 as long as no kernel sum wraps, which no luma within the bounds makes.
+    const auto within = [&](int32_t bound) {
+        return planes.luma.within(bound) && planes.fusion->within(bound);
+    };
+    if (!detects_texture()) {
+        run_plain_rows(planes, blocks);
+    } else if (within(Lanes16::kLumaBound)) {
+        run_texture_rows<Lanes16>(planes, blocks);
+    } else if (within(kNoWrapBound)) {
+        run_texture_rows<Lanes32>(planes, blocks);
     } else {
-        in.report();
-        log_log(LOG_INFO, kSource, 94, "texture mode is 0");
+        run_texture_rows<Lanes64>(planes, blocks);
     }
     blocks.report_after_deltas();
 }
