@@ -212,8 +212,8 @@ TEST_F(EeReg, DumpReplacesItsSectionsAndNothingElse) {
         {"[other]\nk = 1\n\n[ee]\nold = 1\n; note\n\n[ee_sw]\nx = 1\n",
          "[other]\nk = 1\n\n" + hw + "\n" + sw},
         {"[ee_sw]\nx = 1\n[ee]\nold = 1\n", sw + "\n" + hw},
-        {"; top\r\n[ee]\r\nold = 1\r\n[other]\r\nk = 1\r\n",
-         "; top\r\n" + hw + "\n[other]\r\nk = 1\r\n" + sw},
+        {"; top\r\n[ee]\r\nold = 1\r\n[other]\r\nk = 1\r\n[more]\r\n",
+         "; top\r\n" + hw + "\n[other]\r\nk = 1\r\n[more]\r\n" + sw},
         {"[ee]\n1\n[ee]\n2\n", hw + "\n" + hw + sw},
         // Headers that are not quite the set's own are foreign, with all that follows.
         {"[ee] \na = 1\n[EE]\nb = 1\n[ee] ; c\nd = 1\n",

@@ -1,5 +1,6 @@
-// Symmetric kernels, folded: taps at the same distance from the centre are added before they are
-// weighted, so that a 5x5 kernel costs 9 products and a 7x7 kernel 16.
+// Kernels with the symmetry of the square, folded: taps that reflections and the swap of x and y map
+// onto each other are added before they are weighted, so that a 5x5 kernel costs 6 products and a 7x7
+// kernel 10.
 #ifndef CMODEL_KERNEL_H
 #define CMODEL_KERNEL_H
 
@@ -7,7 +8,8 @@
 
 namespace cm {
 
-// The quarter of a (2R+1)x(2R+1) kernel that decides the rest: weight[|dy|][|dx|].
+// Weights of a (2R+1)x(2R+1) kernel by distance from the centre: weight[a][b] is that of the taps a
+// away along one axis and b along the other, a >= b. (Entries with a < b are not looked at.)
 template <int R>
 struct SymmetricKernel {
     int32_t weight[R + 1][R + 1];
@@ -34,21 +36,34 @@ struct FoldedRows {
     CM_INLINE Wrap sum(const SymmetricKernel<N>& kernel, int i) const {
         static_assert(N <= R);
         Wrap s = 0;
-        for (int dy = 0; dy <= N; ++dy) {
-            const int32_t* const line = row[dy] + i + R;
-            s = s + Wrap(line[0]) * kernel.weight[dy][0];
-            for (int dx = 1; dx <= N; ++dx) {
-                s = s + (Wrap(line[-dx]) + Wrap(line[dx])) * kernel.weight[dy][dx];
+        CM_UNROLL
+        for (int a = 0; a <= N; ++a) {
+            CM_UNROLL
+            for (int b = 0; b <= a; ++b) {
+                s = s + ring(a, b, i + R) * kernel.weight[a][b];
             }
         }
         return s;
     }
+
+  private:
+    // All taps at distances (a, b), a >= b, around column x.
+    CM_INLINE Wrap ring(int a, int b, int x) const {
+        if (a == 0) {
+            return row[0][x];
+        }
+        if (b == 0) {
+            return pair(0, a, x) + Wrap(row[a][x]);
+        }
+        return a == b ? pair(a, a, x) : pair(a, b, x) + pair(b, a, x);
+    }
+    CM_INLINE Wrap pair(int dy, int dx, int x) const { return Wrap(row[dy][x - dx]) + Wrap(row[dy][x + dx]); }
 };
 
 // Fine detail, 5x5; both pipelines' HF delta.
 inline constexpr SymmetricKernel<2> kHfKernel = {{
-    {220, 9, -20},
-    {9, -36, -4},
+    {220},
+    {9, -36},
     {-20, -4, 0},
 }};
 

@@ -11,6 +11,7 @@
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
+#include "row_targets.h"
 
 namespace cm {
 namespace {
@@ -166,14 +167,47 @@ HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& 
     return error;
 }
 
+// Big-endian samples of one plane, `step` bytes apart.
 template <int kBytes>
-void decode_samples(const uint8_t* src, size_t step, uint32_t count, uint32_t mask, int32_t* dst) {
-    for (uint32_t x = 0; x < count; ++x) {
+CM_INLINE void decode_samples(const uint8_t* src, size_t step, uint32_t mask, int32_t* __restrict dst,
+                              int count) {
+    for (int x = 0; x < count; ++x) {
         uint32_t v = 0;
         for (int k = 0; k < kBytes; ++k) {
-            v = v << 8 | src[x * step + static_cast<size_t>(k)];
+            v = v << 8 | src[static_cast<size_t>(x) * step + static_cast<size_t>(k)];
         }
         dst[x] = static_cast<int32_t>(v & mask);
+    }
+}
+
+CM_ROW_FUNCTION(decode_row,
+                (const uint8_t* src, size_t channels, int bytes, uint32_t mask, int32_t* dst, int count),
+                (src, channels, bytes, mask, dst, count)) {
+    switch (bytes) {
+        // The usual files, with steps that the compiler knows.
+        case 1:
+            if (channels == 1) {
+                decode_samples<1>(src, 1, mask, dst, count);
+            } else {
+                decode_samples<1>(src, 3, mask, dst, count);
+            }
+            break;
+        case 2:
+            if (channels == 1) {
+                decode_samples<2>(src, 2, mask, dst, count);
+            } else {
+                decode_samples<2>(src, 6, mask, dst, count);
+            }
+            break;
+        case 0:
+            decode_samples<0>(src, 0, mask, dst, count);
+            break;
+        case 3:
+            decode_samples<3>(src, 3 * channels, mask, dst, count);
+            break;
+        default:
+            decode_samples<4>(src, 4 * channels, mask, dst, count);
+            break;
     }
 }
 
@@ -260,7 +294,7 @@ void write_samples(PnmWriter& out, const FRAME& frame, PnmKind kind, int sample_
                 samples[i * per_pixel + k] = convert(src[i * frame.channels + k * channel_step]);
             }
         }
-        pack_samples(samples, count * per_pixel, 1, sample_bytes, bytes);
+        pack_samples(samples, count * per_pixel, sample_bytes, bytes);
         out.payload(bytes, count * per_pixel * static_cast<size_t>(sample_bytes));
     }
 }
@@ -302,25 +336,9 @@ void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
     const uint32_t mask = channels == 3 ? max_value : ~uint32_t{0};
     const size_t first = size_t{y} * width * channels + c;
     if ((first + (size_t{width} - 1) * channels + 1) * static_cast<size_t>(sample_bytes) <= present) {
-        const uint8_t* const src = bytes.get() + first * static_cast<size_t>(sample_bytes);
-        const size_t step = channels * static_cast<size_t>(sample_bytes);
-        switch (sample_bytes) {
-            case 0:
-                decode_samples<0>(src, step, width, mask, dst);
-                return;
-            case 1:
-                decode_samples<1>(src, step, width, mask, dst);
-                return;
-            case 2:
-                decode_samples<2>(src, step, width, mask, dst);
-                return;
-            case 3:
-                decode_samples<3>(src, step, width, mask, dst);
-                return;
-            default:
-                decode_samples<4>(src, step, width, mask, dst);
-                return;
-        }
+        decode_row(bytes.get() + first * static_cast<size_t>(sample_bytes), channels, sample_bytes, mask, dst,
+                   static_cast<int>(width));
+        return;
     }
     // The file ends in or before this row. The sample at which the end was met and, in each later
     // pixel, the first channel hold end-of-file bytes; the other channels were never reached.
@@ -348,15 +366,20 @@ uint32_t written_max(int depth) {
     return depth < 32 ? to_bits(pow2_mod32(depth)) - 1 : ~uint32_t{0};
 }
 
-void pack_samples(const int32_t* src, size_t count, size_t stride, int sample_bytes, uint8_t* dst) {
+CM_ROW_FUNCTION(pack_bytes_row, (const int32_t* src, uint8_t* __restrict dst, size_t count),
+                (src, dst, count)) {
+    for (size_t i = 0; i < count; ++i) {
+        dst[i] = static_cast<uint8_t>(src[i]);
+    }
+}
+
+void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* dst) {
     if (sample_bytes == 1) {
-        for (size_t i = 0; i < count; ++i) {
-            dst[i] = static_cast<uint8_t>(src[i * stride]);
-        }
+        pack_bytes_row(src, dst, count);
         return;
     }
     for (size_t i = 0; i < count; ++i) {
-        const uint32_t v = static_cast<uint32_t>(src[i * stride]);
+        const uint32_t v = static_cast<uint32_t>(src[i]);
         for (int shift = 8 * (sample_bytes - 1); shift >= 0; shift -= 8) {
             *dst++ = static_cast<uint8_t>(v >> shift);
         }

@@ -46,8 +46,8 @@ PackedImage read_pnm(const char* path, PnmKind kind, int log_line);
 int written_bytes(int depth);
 uint32_t written_max(int depth);
 
-// Big-endian samples: `count` of them, `stride` apart in src.
-void pack_samples(const int32_t* src, size_t count, size_t stride, int sample_bytes, uint8_t* dst);
+// Big-endian samples, `count` of them.
+void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* dst);
 
 // Writes a whole P5 file from packed samples. A failing write ends the program.
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed);

@@ -68,6 +68,7 @@ ByteTable constant_table(int32_t value);
 // and 256 do.
 struct CurveTable {
     int32_t entry[257];
+    bool is_constant;
 };
 CurveTable tabulate_curve(int first_slot);
 CurveTable constant_curve(int32_t value);
@@ -113,8 +114,8 @@ LumaGainConfig configure_luma_gain();
 
 struct ChromaGainConfig {
     bool by_lowpass;
-    ByteTable hue_gain;  // by hue
-    CurveTable weight;   // share of the hue gain in 128ths, by amplitude
+    ByteTable hue_gain;               // by hue
+    CurveTable weight;                // share of the hue gain in 128ths, by amplitude
     std::vector<uint16_t> by_chroma;  // gain by 256 * Cb + Cr; empty for small frames
 };
 ChromaGainConfig configure_chroma_gain(size_t pixels);  // of the frame; decides whether by_chroma pays

@@ -13,15 +13,15 @@ constexpr int kShift = 6;
 constexpr int kTile = 512;
 
 constexpr SymmetricKernel<3> kMfKernel = {{
-    {80, 40, -8, -8},
-    {40, 15, -12, -7},
-    {-8, -12, -12, -4},
+    {80},
+    {40, 15},
+    {-8, -12, -12},
     {-8, -7, -4, -1},
 }};
 
 }  // namespace
 
-CM_ROW_FUNCTION(classic_delta_row, (Window rows, int32_t* mf, int32_t* hf, int width),
+CM_ROW_FUNCTION(classic_delta_row, (Window rows, int32_t* __restrict mf, int32_t* __restrict hf, int width),
                 (rows, mf, hf, width)) {
     for (int x0 = 0; x0 < width; x0 += kTile) {
         const int tile = width - x0 < kTile ? width - x0 : kTile;

@@ -18,6 +18,7 @@ namespace cm {
 namespace {
 
 constexpr int32_t kUnitWeightQ7 = 128;
+constexpr int kTile = 512;
 
 CM_INLINE int32_t core_sample(int32_t delta, int32_t level) {
     return with_sign(delta, max32(Wrap(magnitude(delta)) - Wrap(level), 0));
@@ -41,16 +42,28 @@ CoreConfig configure_core(int luma_depth) {
     return c;
 }
 
-// core = ((128 - w) * still + w * motion) >> (15 - depth)
-CM_ROW_FUNCTION(core_row,
-                (const int32_t* luma, const int32_t* lowpass, const int32_t* motion, int32_t* core, int width,
-                 const CoreConfig& c),
-                (luma, lowpass, motion, core, width, c)) {
-    const int32_t* const brightness = c.by_lowpass ? lowpass : luma;
+// core = ((128 - w) * still + w * motion) >> (15 - depth), in place of the still level.
+CM_ROW_FUNCTION(blend_core_row,
+                (int32_t* __restrict core, const int32_t* motion_level, const int32_t* weight, int width,
+                 int shift),
+                (core, motion_level, weight, width, shift)) {
     for (int x = 0; x < width; ++x) {
-        const int32_t level = clamp32(brightness[x], 0, 256);
-        const Wrap w = c.weight.entry[clamp32(motion[x], 0, 256)];
-        core[x] = ((kUnitWeightQ7 - w) * c.still.entry[level] + w * c.motion.entry[level]) >> c.shift;
+        const Wrap w = weight[x];
+        core[x] = ((kUnitWeightQ7 - w) * core[x] + w * motion_level[x]) >> shift;
+    }
+}
+
+void core_row(const int32_t* luma, const int32_t* lowpass, const int32_t* motion, int32_t* core, int width,
+              const CoreConfig& c) {
+    const int32_t* const brightness = c.by_lowpass ? lowpass : luma;
+    int32_t motion_level[kTile];
+    int32_t weight[kTile];
+    for (int x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = width - x0 < kTile ? width - x0 : kTile;
+        curve_row(brightness + x0, core + x0, tile, c.still);
+        curve_row(brightness + x0, motion_level, tile, c.motion);
+        curve_row(motion + x0, weight, tile, c.weight);
+        blend_core_row(core + x0, motion_level, weight, tile, c.shift);
     }
 }
 
@@ -66,8 +79,8 @@ CoringConfig configure_coring() {
 }
 
 CM_ROW_FUNCTION(coring_row,
-                (const int32_t* mf, const int32_t* hf, const int32_t* core, int32_t* out, int width,
-                 const CoringConfig& c),
+                (const int32_t* mf, const int32_t* hf, const int32_t* core, int32_t* __restrict out,
+                 int width, const CoringConfig& c),
                 (mf, hf, core, out, width, c)) {
     for (int x = 0; x < width; ++x) {
         const Wrap a = core_sample(mf[x], (Wrap(core[x]) * c.mf_core_gain_q7) >> 7);

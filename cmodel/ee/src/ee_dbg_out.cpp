@@ -20,7 +20,7 @@ CM_INLINE int32_t debug_view(int32_t value, int is_signed, int shift) {
 }  // namespace
 
 CM_ROW_FUNCTION(debug_view_row,
-                (const int32_t* in, int32_t* out, int width, int factor, int is_signed, int shift),
+                (const int32_t* in, int32_t* __restrict out, int width, int factor, int is_signed, int shift),
                 (in, out, width, factor, is_signed, shift)) {
     for (int x = 0; x < width; ++x) {
         out[x] = debug_view(Wrap(in[x]) * factor, is_signed, shift);

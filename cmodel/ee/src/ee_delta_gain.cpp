@@ -1,5 +1,7 @@
 // Tables shared by the gain blocks, and the gain by local range: flat areas and strong edges can be
 // sharpened less than what lies between.
+#include <algorithm>
+
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
@@ -29,13 +31,12 @@ ByteTable tabulate_33_knots(int first_slot, bool circular) {
 
 ByteTable constant_table(int32_t value) {
     ByteTable table;
-    for (int32_t& entry : table.entry) {
-        entry = value;
-    }
+    std::fill_n(table.entry, 256, value);
     return table;
 }
 
-CM_ROW_FUNCTION(byte_table_row, (const int32_t* in, int32_t* out, int width, const ByteTable& table),
+CM_ROW_FUNCTION(byte_table_row,
+                (const int32_t* in, int32_t* __restrict out, int width, const ByteTable& table),
                 (in, out, width, table)) {
     for (int x = 0; x < width; ++x) {
         out[x] = table.entry[in[x] & 255];
@@ -55,24 +56,45 @@ CurveTable tabulate_curve(int first_slot) {
         }
     }
     CurveTable table;
+    table.is_constant = true;
     for (int v = 0; v <= 256; ++v) {
         table.entry[v] = CM_LUT(v, in, out, slope, 4, 4);
+        table.is_constant &= table.entry[v] == table.entry[0];
     }
     return table;
 }
 
 CurveTable constant_curve(int32_t value) {
     CurveTable table;
-    for (int32_t& entry : table.entry) {
-        entry = value;
-    }
+    std::fill_n(table.entry, 257, value);
+    table.is_constant = true;
     return table;
 }
 
-CM_ROW_FUNCTION(curve_row, (const int32_t* in, int32_t* out, int width, const CurveTable& table),
-                (in, out, width, table)) {
+CM_ROW_FUNCTION(any_bits_row, (const int32_t* in, int width, int32_t& bits), (in, width, bits)) {
+    int32_t any = 0;
     for (int x = 0; x < width; ++x) {
-        out[x] = table.entry[clamp32(in[x], 0, 256)];
+        any |= in[x];
+    }
+    bits = any;
+}
+
+// Nothing to look up in a constant curve, nothing to clamp in a row of 8-bit values.
+void curve_row(const int32_t* in, int32_t* __restrict out, int width, const CurveTable& table) {
+    if (table.is_constant) {
+        std::fill_n(out, width, table.entry[0]);
+        return;
+    }
+    int32_t bits = 0;
+    any_bits_row(in, width, bits);
+    if ((bits & ~255) == 0) {
+        for (int x = 0; x < width; ++x) {
+            out[x] = table.entry[in[x]];
+        }
+    } else {
+        for (int x = 0; x < width; ++x) {
+            out[x] = table.entry[clamp32(in[x], 0, 256)];
+        }
     }
 }
 

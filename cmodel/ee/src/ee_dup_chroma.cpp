@@ -5,7 +5,7 @@
 
 namespace cm {
 
-CM_ROW_FUNCTION(dup_row, (const int32_t* in, int32_t* out, int width), (in, out, width)) {
+CM_ROW_FUNCTION(dup_row, (const int32_t* in, int32_t* __restrict out, int width), (in, out, width)) {
     for (int k = 0; k < width / 2; ++k) {
         out[2 * k] = in[k];
         out[2 * k + 1] = in[k];

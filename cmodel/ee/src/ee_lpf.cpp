@@ -17,7 +17,7 @@ constexpr int kGainLog2 = 4;
 
 }  // namespace
 
-CM_ROW_FUNCTION(lpf_luma_row, (Window rows, int32_t* out, int width), (rows, out, width)) {
+CM_ROW_FUNCTION(lpf_luma_row, (Window rows, int32_t* __restrict out, int width), (rows, out, width)) {
     const int32_t* const above = rows[0];
     const int32_t* const here = rows[1];
     const int32_t* const below = rows[2];
@@ -29,7 +29,7 @@ CM_ROW_FUNCTION(lpf_luma_row, (Window rows, int32_t* out, int width), (rows, out
     }
 }
 
-CM_ROW_FUNCTION(lpf_chroma_row, (const int32_t* in, int32_t* out, int width), (in, out, width)) {
+CM_ROW_FUNCTION(lpf_chroma_row, (const int32_t* in, int32_t* __restrict out, int width), (in, out, width)) {
     for (int x = 0; x < width; ++x) {
         const Wrap outer = Wrap(in[x - 2]) + Wrap(in[x + 2]);
         const Wrap inner = Wrap(in[x - 1]) + Wrap(in[x + 1]);

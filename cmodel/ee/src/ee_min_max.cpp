@@ -17,7 +17,7 @@ constexpr int kTile = 512;
 
 // Separable: extremes of each column of 2R+1 rows, then of 2R+1 neighbouring columns.
 template <int R>
-CM_INLINE void min_max_row(Window rows, int32_t* max, int32_t* min, int width) {
+CM_INLINE void min_max_row(Window rows, int32_t* __restrict max, int32_t* __restrict min, int width) {
     int32_t column_max[kTile + 2 * R];
     int32_t column_min[kTile + 2 * R];
     for (int x0 = 0; x0 < width; x0 += kTile) {
@@ -65,18 +65,19 @@ void min_max_frame(const FRAME& in, FRAME& max, FRAME& min, MinMaxRow row_functi
 
 }  // namespace
 
-CM_ROW_FUNCTION(min_max_5x5_row, (Window rows, int32_t* max, int32_t* min, int width),
+CM_ROW_FUNCTION(min_max_5x5_row, (Window rows, int32_t* __restrict max, int32_t* __restrict min, int width),
                 (rows, max, min, width)) {
     min_max_row<2>(rows, max, min, width);
 }
 
-CM_ROW_FUNCTION(min_max_3x3_row, (Window rows, int32_t* max, int32_t* min, int width),
+CM_ROW_FUNCTION(min_max_3x3_row, (Window rows, int32_t* __restrict max, int32_t* __restrict min, int width),
                 (rows, max, min, width)) {
     min_max_row<1>(rows, max, min, width);
 }
 
 CM_ROW_FUNCTION(range_row,
-                (const int32_t* max, const int32_t* min, int32_t* range, int width, int64_t& negative),
+                (const int32_t* max, const int32_t* min, int32_t* __restrict range, int width,
+                 int64_t& negative),
                 (max, min, range, width, negative)) {
     int32_t count = 0;
     for (int x = 0; x < width; ++x) {

@@ -31,13 +31,6 @@ constexpr PlaneInfo kPlaneInfo[kPlaneCount] = {
     /* sharpened    */ {8, false},
 };
 
-struct DebugView {
-    int mode;  // value of reg_ee_debug_mode
-    EePlane plane;
-    int factor;
-    int is_signed;
-};
-
 // Intended: the delta gain shows as signed, the core delta does not.
 constexpr DebugView kDebugViews[] = {
     {1, kPlaneMf, 1, 1},          {2, kPlaneHf, 1, 1},         {3, kPlaneCore, 1, 0},
@@ -89,6 +82,7 @@ EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoo
       shoot_(configure_shoot()),
       shoot_variant_(shoot),
       merge_(configure_merge(kOutputDepth)),
+      view_(find_debug_view()),
       half_row_(output_row((width_ + 1) / 2)),
       cb_(width_, 1, 1),
       cr_(width_, 1, 1),
@@ -148,10 +142,8 @@ void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const
           shoot_);
     merge_row(row(kPlaneClamped), image_row_.get(), edit(kPlaneSharpened), width_, merge_);
 
-    std::copy_n(mf, width_, edit(kPlaneMf));
-    std::copy_n(hf, width_, edit(kPlaneHf));
     keep_row(y);
-    put_output(y);
+    put_output(y, mf, hf);
 }
 
 void EePipeline::keep_row(int y) {
@@ -162,13 +154,15 @@ void EePipeline::keep_row(int y) {
     }
 }
 
-void EePipeline::put_output(int y) {
-    const DebugView* const view = find_debug_view();
-    if (view == nullptr) {
+void EePipeline::put_output(int y, const int32_t* mf, const int32_t* hf) {
+    if (view_ == nullptr) {
         sink_.put(y, row(kPlaneSharpened));
         return;
     }
-    debug_view_row(row(view->plane), view_row_.get(), width_, view->factor, view->is_signed,
+    const int32_t* const shown = view_->plane == kPlaneMf   ? mf
+                                 : view_->plane == kPlaneHf ? hf
+                                                            : row(view_->plane);
+    debug_view_row(shown, view_row_.get(), width_, view_->factor, view_->is_signed,
                    reg_value(reg_ee_debug_shift_bit));
     sink_.put(y, view_row_.get());
 }

@@ -51,7 +51,7 @@ class ByteSink : public RowSink {
   public:
     ByteSink(uint8_t* bytes, int width) : bytes_(bytes), width_(width) {}
     void put(int y, const int32_t* row) override {
-        pack_samples(row, static_cast<size_t>(width_), 1, 1,
+        pack_samples(row, static_cast<size_t>(width_), 1,
                      bytes_ + static_cast<size_t>(y) * static_cast<size_t>(width_));
     }
 
@@ -78,6 +78,14 @@ enum EePlane {
     kPlaneClamped,
     kPlaneSharpened,
     kPlaneCount
+};
+
+// What a value of reg_ee_debug_mode shows in place of the sharpened luma.
+struct DebugView {
+    int mode;
+    EePlane plane;
+    int factor;
+    int is_signed;
 };
 
 // A plane of 32-bit samples that is kept whole for a report; owned.
@@ -120,7 +128,7 @@ class EePipeline {
     const int32_t* row(EePlane plane) const { return rows_[plane].get(); }
     int32_t* edit(EePlane plane) { return rows_[plane].get(); }
     void keep_row(int y);
-    void put_output(int y);
+    void put_output(int y, const int32_t* mf, const int32_t* hf);
 
     const EePlanes& planes_;
     RowSink& sink_;
@@ -138,6 +146,7 @@ class EePipeline {
     ShootConfig shoot_;
     ShootVariant shoot_variant_;
     MergeConfig merge_;
+    const DebugView* view_;  // null: the sharpened luma goes out
 
     AlignedRow rows_[kPlaneCount];
     AlignedRow half_row_;  // chroma as it comes

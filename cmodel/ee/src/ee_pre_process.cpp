@@ -24,7 +24,7 @@ int pick_neighbour(const int* window, Pick pick) {
 
 }  // namespace
 
-CM_ROW_FUNCTION(pre_process_row, (Window rows, int32_t* out, int width), (rows, out, width)) {
+CM_ROW_FUNCTION(pre_process_row, (Window rows, int32_t* __restrict out, int width), (rows, out, width)) {
     const int32_t* const above = rows[0];
     const int32_t* const here = rows[1];
     const int32_t* const below = rows[2];

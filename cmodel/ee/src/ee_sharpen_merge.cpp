@@ -14,7 +14,8 @@ MergeConfig configure_merge(int out_depth) {
 }
 
 CM_ROW_FUNCTION(merge_row,
-                (const int32_t* delta, const int32_t* src, int32_t* out, int width, const MergeConfig& c),
+                (const int32_t* delta, const int32_t* src, int32_t* __restrict out, int width,
+                 const MergeConfig& c),
                 (delta, src, out, width, c)) {
     const Wrap upper_offset = shl_mod32(Wrap(c.max_value) - c.upper_q8, 8) + Wrap(128);
     for (int x = 0; x < width; ++x) {

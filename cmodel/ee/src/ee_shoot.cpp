@@ -91,7 +91,7 @@ ShootConfig configure_shoot() {
 
 CM_ROW_FUNCTION(shoot_pro_row,
                 (const int32_t* delta, const int32_t* luma, const int32_t* max, const int32_t* min,
-                 int32_t* out, int width, const ShootConfig& c),
+                 int32_t* __restrict out, int width, const ShootConfig& c),
                 (delta, luma, max, min, out, width, c)) {
     for (int x = 0; x < width; ++x) {
         out[x] = limit_delta<Shoot::kPro>(delta[x], luma[x], max[x], min[x], c);
@@ -100,7 +100,7 @@ CM_ROW_FUNCTION(shoot_pro_row,
 
 CM_ROW_FUNCTION(shoot_row,
                 (const int32_t* delta, const int32_t* luma, const int32_t* max, const int32_t* min,
-                 int32_t* out, int width, const ShootConfig& c),
+                 int32_t* __restrict out, int width, const ShootConfig& c),
                 (delta, luma, max, min, out, width, c)) {
     for (int x = 0; x < width; ++x) {
         out[x] = limit_delta<Shoot::kClassic>(delta[x], luma[x], max[x], min[x], c);

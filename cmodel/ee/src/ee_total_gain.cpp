@@ -30,7 +30,7 @@ int32_t configure_total_gain() {
 
 CM_ROW_FUNCTION(total_gain_row,
                 (const int32_t* delta, const int32_t* luma, const int32_t* chroma, const int32_t* motion,
-                 int32_t* total, int width, int32_t strength),
+                 int32_t* __restrict total, int width, int32_t strength),
                 (delta, luma, chroma, motion, total, width, strength)) {
     for (int x = 0; x < width; ++x) {
         const Wrap a = (Wrap(motion[x]) * strength) >> 6;
@@ -39,7 +39,8 @@ CM_ROW_FUNCTION(total_gain_row,
     }
 }
 
-CM_ROW_FUNCTION(total_delta_row, (const int32_t* delta, const int32_t* gain, int32_t* out, int width),
+CM_ROW_FUNCTION(total_delta_row,
+                (const int32_t* delta, const int32_t* gain, int32_t* __restrict out, int width),
                 (delta, gain, out, width)) {
     for (int x = 0; x < width; ++x) {
         const Wrap scaled = Wrap(magnitude(delta[x])) * Wrap(gain[x]);

@@ -18,8 +18,8 @@ namespace {
 constexpr int kTile = 512;
 
 constexpr SymmetricKernel<2> kMfKernel = {{
-    {192, 64, -32},
-    {64, 0, -32},
+    {192},
+    {64, 0},
     {-32, -32, -16},
 }};
 
@@ -33,7 +33,8 @@ int configure_pre_ee_delta(int depth) {
     return depth == 8 ? 6 : 9;
 }
 
-CM_ROW_FUNCTION(pre_ee_delta_sum_row, (Window rows, int32_t* mf_sum, int32_t* hf_sum, int width),
+CM_ROW_FUNCTION(pre_ee_delta_sum_row,
+                (Window rows, int32_t* __restrict mf_sum, int32_t* __restrict hf_sum, int width),
                 (rows, mf_sum, hf_sum, width)) {
     for (int x0 = 0; x0 < width; x0 += kTile) {
         const int tile = width - x0 < kTile ? width - x0 : kTile;

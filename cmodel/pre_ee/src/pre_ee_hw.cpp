@@ -12,6 +12,7 @@
 #include "fatal.h"
 #include "pre_ee_blocks.h"
 #include "pre_ee_pipeline.h"
+#include "row_targets.h"
 
 namespace cm {
 namespace {
@@ -31,6 +32,15 @@ static_assert(kNoWrapBound <= Lanes32::kLumaBound);
 
 bool detects_texture() {
     return reg_value(reg_ee_texture_mode) == 1;
+}
+
+CM_ROW_FUNCTION(copy_row, (const int32_t* in, int16_t* __restrict out, int width), (in, out, width)) {
+    for (int x = 0; x < width; ++x) {
+        out[x] = static_cast<int16_t>(in[x]);
+    }
+}
+void copy_row(const int32_t* in, int32_t* out, int width) {
+    std::copy_n(in, width, out);
 }
 
 std::unique_ptr<KeptPlane> keep_for_report(const RowSource& luma, int depth) {
@@ -84,7 +94,7 @@ class DeltaStage {
     void read_luma(int y) {
         source_.read(y, luma_.line(y), source_.width());
         luma_.pad(y);
-        std::copy_n(luma_.line(y), source_.width(), window_luma_.line(y));
+        copy_row(luma_.line(y), window_luma_.line(y), source_.width());
         window_luma_.pad(y);
     }
 

@@ -92,7 +92,7 @@ void write_copy(const cm::RowSource& luma, const char* path) {
     const cm::Bytes packed = cm::allocate_bytes(row_bytes * static_cast<size_t>(luma.height()));
     for (int y = 0; y < luma.height(); ++y) {
         luma.read(y, row.get(), width);
-        cm::pack_samples(row.get(), static_cast<size_t>(width), 1, static_cast<int>(sample_bytes),
+        cm::pack_samples(row.get(), static_cast<size_t>(width), static_cast<int>(sample_bytes),
                          packed.get() + static_cast<size_t>(y) * row_bytes);
     }
     cm::write_pgm(path, static_cast<uint32_t>(width), static_cast<uint32_t>(luma.height()), luma.depth(),
