@@ -348,6 +348,8 @@ void save(Model& m, const std::string& file, const Plane& image, bool colour) {
     if (m.dump) m.files[(m.dbg + "/" + file).substr(0, 1023)] = image_bytes(image, colour);
 }
 
+}  // namespace
+
 void extremes(const Plane& in, int reach, Plane& max, Plane& min) {
     max = min = Plane(in.width, in.height, 1, 8);
     for (int y = 0; y <= in.height; ++y)
@@ -389,10 +391,11 @@ Plane low_pass(const Plane& y, const Plane& cb, const Plane& cr) {
 
 void pre_delta(Model& m, const Plane& in, Plane& mf, Plane& hf, const std::string& tag) {
     const int shift = in.depth == 8 ? 6 : 9;
+    const bool on = m.reg("ee_enable") == 1;
     Plane over[2] = {Plane(in.width, in.height, 1, 8), Plane(in.width, in.height, 1, 8)};
     const auto band = [&](const int* kernel, Plane& overflow) {
         return per_pixel(in, 11, [&](int x, int y) {
-            const I s = kernel_sum(in, x, y, kernel, 2);
+            const I s = on ? kernel_sum(in, x, y, kernel, 2) : 0;
             if (magnitude(s) >> shift > 2047) overflow.set(x, y, 255);
             return shift_magnitude(s, shift, 2047);
         });
@@ -466,10 +469,14 @@ Plane flat_det(Model& m, const Plane& in, const Plane& fusion, const Plane& delt
 }
 
 void classic_delta(Model& m, const Plane& in, Plane& mf, Plane& hf) {
-    mf = per_pixel(in, 11,
-                   [&](int x, int y) { return shift_magnitude(kernel_sum(in, x, y, kMf7, 3), 6, 2047); });
-    hf = per_pixel(in, 11,
-                   [&](int x, int y) { return shift_magnitude(kernel_sum(in, x, y, kHf5, 2), 6, 2047); });
+    const auto band = [&](const int* kernel, int reach) {
+        return per_pixel(in, 11, [&](int x, int y) {
+            return m.reg("ee_enable") == 1 ? shift_magnitude(kernel_sum(in, x, y, kernel, reach), 6, 2047)
+                                           : 0;
+        });
+    };
+    mf = band(kMf7, 3);
+    hf = band(kHf5, 2);
     save(m, "dbg_delta_MF_8b.ppm", sign_image(mf), true);
     save(m, "dbg_delta_HF_8b.ppm", sign_image(hf), true);
 }
@@ -498,9 +505,10 @@ Plane calc_core(Model& m, const Plane& y, const Plane& ref, const Plane& motion)
     const bool smooth = m.reg("ee_lumaref_lpf_en") == 1, curves = m.reg("ee_luma_coring_en") == 1;
     const Curve still_curve = curve(m, "luma_coring"), motion_curve = curve(m, "motion_coring");
     const Curve weight = curve(m, "mcore_gain");
-    const I still = m.reg("ee_total_coring"), moving = m.reg("ee_total_motion_coring");
+    const I still = m.reg("ee_total_coring"), moving = m.reg("ee_total_motion_coring"),
+            on = m.reg("ee_enable");
     return per_pixel(y, 11, [&](int px, int py) {
-        const I level = smooth ? ref(px, py) : y(px, py), w = weight(motion(px, py));
+        const I level = smooth ? ref(px, py) : y(px, py), w = weight(on * motion(px, py));
         const I cs = curves ? still_curve(level) : still, cm = curves ? motion_curve(level) : moving;
         return fold((128 - w) * cs + w * cm) >> ((15 - y.depth) & 31);
     });
@@ -538,8 +546,9 @@ Plane delta_gain(Model& m, const Plane& range) {
 Plane luma_gain(Model& m, const Plane& y, const Plane& ref) {
     const bool smooth = m.reg("ee_lumaref_lpf_en") == 1, enable = m.reg("ee_luma_adptctrl_en") == 1;
     const std::vector<I> lut = table(m, "luma");
+    const I on = m.reg("ee_enable");
     return per_pixel(y, 8, [&](int px, int py) {
-        return enable ? interpolate33(lut, smooth ? ref(px, py) : y(px, py), false) : 64;
+        return enable ? interpolate33(lut, on * (smooth ? ref(px, py) : y(px, py)), false) : 64;
     });
 }
 
@@ -549,9 +558,10 @@ Plane chroma_gain(Model& m, const Plane& cb, const Plane& cr, const Plane& ref) 
     const Curve amplitude = curve(m, "chroma_amp");
     if (*std::max_element(amplitude.out, amplitude.out + 4) > 128)
         m.log.push_back({4, "ee_hw", -1, "reg_ee_chroma_amp_lut_out is greater than 128\n"});
+    const bool on = m.reg("ee_enable") == 1;
     Plane out = per_pixel(cb, 8, [&](int x, int y) {
-        const I b = fold((smooth ? ref(x, y, 1) : cb(x, y)) - 128);
-        const I r = fold((smooth ? ref(x, y, 2) : cr(x, y)) - 128);
+        const I b = on ? fold((smooth ? ref(x, y, 1) : cb(x, y)) - 128) : 128;
+        const I r = on ? fold((smooth ? ref(x, y, 2) : cr(x, y)) - 128) : 128;
         const I w = amplitude(clip(length_of(b, r), 0, 255));
         const I h = enable ? interpolate33(lut, hue_of(b, r), true) : 64;
         return ((128 - w) * 64 + w * h) >> 7;
@@ -564,7 +574,7 @@ Plane motion_gain(Model& m, const Plane& motion) {
     const Curve gain = curve(m, "motion");
     if (*std::max_element(gain.out, gain.out + 4) > 128)
         m.log.push_back({4, "ee_hw", -1, "reg_ee_motion_lut_out is greater than 128\n"});
-    return per_pixel(motion, 8, [&](int x, int y) { return gain(motion(x, y)); });
+    return per_pixel(motion, 8, [&](int x, int y) { return gain(m.reg("ee_enable") * motion(x, y)); });
 }
 
 Plane total_gain(Model& m, const Plane& delta, const Plane& luma, const Plane& chroma, const Plane& motion) {
@@ -593,8 +603,9 @@ Plane shoot(Model& m, const Plane& delta, const Plane& y, const Plane& max, cons
                      pro ? format("EE_IOShootPro: reg_ee_shoot_mode = %d", static_cast<int>(twice))
                          : "EE_IOShoot=============================="});
     Plane out = per_pixel(delta, 8, [&](int px, int py) {
-        const I d = delta(px, py), luma = y(px, py);
-        const I up = fold((over + (max(px, py) - luma)) * 8), dn = fold((min(px, py) - luma - under) * 8);
+        const I on = m.reg("ee_enable"), d = on * delta(px, py), luma = on * y(px, py);
+        const I up = fold((over + (on * max(px, py) - luma)) * 8),
+                dn = fold((on * min(px, py) - luma - under) * 8);
         I excess, base;
         if (d >= 0) {
             excess = std::max<I>(fold(d - up), 0);
@@ -624,6 +635,8 @@ Plane merge(Model& m, const Plane& delta, const Plane& src) {
         return clip(fold(s + delta(x, y)), lower, upper);
     });
 }
+
+namespace {
 
 struct Chain {
     Plane cb, cr, max, min, range, ref, mf, hf, core, cored;

@@ -66,6 +66,26 @@ struct Model {
     void assign(const std::string& section, const std::string& key, const std::string& value);
 };
 
+// The blocks; each result has the size of its first plane.
+void extremes(const Plane& in, int reach, Plane& max, Plane& min);
+Plane delta_ref(Model& m, const Plane& max, const Plane& min);
+Plane low_pass(const Plane& y, const Plane& cb, const Plane& cr);
+void pre_delta(Model& m, const Plane& in, Plane& mf, Plane& hf, const std::string& tag);
+Plane flat_det(Model& m, const Plane& in, const Plane& fusion, const Plane& delta_in,
+               const Plane& delta_fusion, const std::string& tag);
+void classic_delta(Model& m, const Plane& in, Plane& mf, Plane& hf);
+Plane pre_process(Model& m, const Plane& in);
+Plane calc_core(Model& m, const Plane& y, const Plane& ref, const Plane& motion);
+Plane coring(Model& m, const Plane& mf, const Plane& hf, const Plane& core);
+Plane delta_gain(Model& m, const Plane& range);
+Plane luma_gain(Model& m, const Plane& y, const Plane& ref);
+Plane chroma_gain(Model& m, const Plane& cb, const Plane& cr, const Plane& ref);
+Plane motion_gain(Model& m, const Plane& motion);
+Plane total_gain(Model& m, const Plane& delta, const Plane& luma, const Plane& chroma, const Plane& motion);
+Plane total_delta(Model& m, const Plane& delta, const Plane& gain);
+Plane shoot(Model& m, const Plane& delta, const Plane& y, const Plane& max, const Plane& min, bool pro);
+Plane merge(Model& m, const Plane& delta, const Plane& src);
+
 struct Outcome {
     int status = 0;
     std::string out, err;

@@ -21,6 +21,7 @@
 #include "ee_reg.h"
 #include "plain_model.h"
 #include "pre_ee_hw.h"
+#include "row_targets.h"
 
 namespace {
 
@@ -487,19 +488,26 @@ FRAME* to_frame(const plain::Plane& p) {
     return f;
 }
 
-void collect(log_Event* event) {
-    char text[512];
-    std::vsnprintf(text, sizeof text, event->fmt, event->args);
-    static_cast<std::vector<plain::Record>*>(event->udata)
-        ->push_back({event->level, event->file, event->line, text});
+// Everything logged since the last clear(), by the one sink of this process.
+std::vector<plain::Record>& captured_log() {
+    static std::vector<plain::Record> log;
+    static const int added = log_add_callback(
+        [](log_Event* event) {
+            char text[512];
+            std::vsnprintf(text, sizeof text, event->fmt, event->args);
+            static_cast<std::vector<plain::Record>*>(event->udata)
+                ->push_back({event->level, event->file, event->line, text});
+        },
+        &log, 0);
+    EXPECT_EQ(added, 0);
+    return log;
 }
 
 // Frames reach where files do not: negative and full-range samples, three-channel luma, and the
 // classic pipeline.
 TEST(Library, PipelinesAgreeWithThePlainModel) {
-    std::vector<plain::Record> log;
+    std::vector<plain::Record>& log = captured_log();
     log_set_quiet(true);
-    ASSERT_EQ(log_add_callback(collect, &log, 0), 0);
     const I seed = from_environment("CMODEL_TEST_SEED", 20240917),
             cases = from_environment("CMODEL_TEST_CASES", 1000);
     for (I n = 0; n < cases / 2 && !HasFailure(); ++n) {
@@ -540,6 +548,7 @@ TEST(Library, PipelinesAgreeWithThePlainModel) {
         LOAD_EE_INI(s.at("set.ini").c_str());
         FRAME* f[6];
         for (int k = 0; k < 6; ++k) f[k] = to_frame(planes[k]);
+        cm::set_row_target(r.pick({cm::RowTarget::kBaseline, cm::RowTarget::kV3, cm::RowTarget::kV4}));
         FRAME* const got =
             classic ? ee_hw(f[0], f[1], f[2], f[3], f[4]) : pre_ee_hw(f[0], f[1], f[2], f[3], f[4], f[5]);
         EXPECT_EQ(got->channels, static_cast<uint32_t>(want.channels));
@@ -555,6 +564,129 @@ TEST(Library, PipelinesAgreeWithThePlainModel) {
         s.keep = HasFailure();
     }
     dump_dbg_img = 0;
+}
+
+// One block: what the library and the plain model make of the same planes.
+struct Block {
+    const char* name;
+    int inputs;
+    int outputs;
+    std::function<void(FRAME* const* in, FRAME* const* out)> run;
+    std::function<void(plain::Model&, const plain::Plane* in, plain::Plane* out)> define;
+};
+
+const std::vector<Block>& blocks() {
+    using P = const plain::Plane*;
+    using M = plain::Model&;
+    static const std::vector<Block> all = {
+        {"min_max_5x5", 1, 2, [](auto i, auto o) { EE_Cal5x5MinMax(i[0], o[0], o[1]); },
+         [](M, P i, auto o) { plain::extremes(i[0], 2, o[0], o[1]); }},
+        {"min_max_3x3", 1, 2, [](auto i, auto o) { EE_Cal3x3MinMax(i[0], o[0], o[1]); },
+         [](M, P i, auto o) { plain::extremes(i[0], 1, o[0], o[1]); }},
+        {"delta_ref", 2, 1, [](auto i, auto o) { EE_CalcDeltaRef(i[0], i[1], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::delta_ref(m, i[0], i[1]); }},
+        {"low_pass", 3, 1, [](auto i, auto o) { EE_GenLPF3x3(i[0], i[1], i[2], o[0]); },
+         [](M, P i, auto o) { o[0] = plain::low_pass(i[0], i[1], i[2]); }},
+        {"pre_delta", 1, 2, [](auto i, auto o) { PRE_EE_CalcDelta(i[0], o[0], o[1], "T"); },
+         [](M m, P i, auto o) { plain::pre_delta(m, i[0], o[0], o[1], "T"); }},
+        {"flat_det", 4, 1, [](auto i, auto o) { PRE_EE_FlatDet(i[0], i[1], i[2], i[3], o[0], "T"); },
+         [](M m, P i, auto o) { o[0] = plain::flat_det(m, i[0], i[1], i[2], i[3], "T"); }},
+        {"classic_delta", 1, 2, [](auto i, auto o) { EE_CalcDelta(i[0], o[0], o[1]); },
+         [](M m, P i, auto o) { plain::classic_delta(m, i[0], o[0], o[1]); }},
+        {"pre_process", 1, 1, [](auto i, auto o) { EE_PreProcess(i[0], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::pre_process(m, i[0]); }},
+        {"core", 3, 1, [](auto i, auto o) { EE_CalcCore(i[0], i[1], i[2], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::calc_core(m, i[0], i[1], i[2]); }},
+        {"coring", 3, 1, [](auto i, auto o) { EE_Coring(i[0], i[1], i[2], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::coring(m, i[0], i[1], i[2]); }},
+        {"delta_gain", 1, 1, [](auto i, auto o) { EE_CalcDeltaGain(i[0], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::delta_gain(m, i[0]); }},
+        {"luma_gain", 2, 1, [](auto i, auto o) { EE_LumaAdptGainCal(i[0], i[1], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::luma_gain(m, i[0], i[1]); }},
+        {"chroma_gain", 3, 1, [](auto i, auto o) { EE_ChromaGain(i[0], i[1], i[2], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::chroma_gain(m, i[0], i[1], i[2]); }},
+        {"motion_gain", 1, 1, [](auto i, auto o) { EE_MotionGain(i[0], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::motion_gain(m, i[0]); }},
+        {"total_gain", 4, 1, [](auto i, auto o) { EE_TotalGain(i[0], i[1], i[2], i[3], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::total_gain(m, i[0], i[1], i[2], i[3]); }},
+        {"total_delta", 2, 1, [](auto i, auto o) { EE_TotalDelta(i[0], i[1], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::total_delta(m, i[0], i[1]); }},
+        {"shoot_pro", 4, 1, [](auto i, auto o) { EE_IOShootPro(i[0], i[1], i[2], i[3], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::shoot(m, i[0], i[1], i[2], i[3], true); }},
+        {"shoot", 4, 1, [](auto i, auto o) { EE_IOShoot(i[0], i[1], i[2], i[3], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::shoot(m, i[0], i[1], i[2], i[3], false); }},
+        {"merge", 2, 1, [](auto i, auto o) { EE_SharpenMerge(i[0], i[1], o[0]); },
+         [](M m, P i, auto o) { o[0] = plain::merge(m, i[0], i[1]); }},
+    };
+    return all;
+}
+
+// Every block alone, on every instruction set, enabled or not, on samples of any magnitude; planes
+// after the first may have a size of their own. Once in a while a plane is larger than the row tiles
+// and the chroma table's threshold.
+TEST(Library, BlocksAgreeWithThePlainModel) {
+    log_set_quiet(true);
+    dump_dbg_img = 0;
+    const I seed = from_environment("CMODEL_TEST_SEED", 20240917),
+            cases = from_environment("CMODEL_TEST_CASES", 1000);
+    for (I n = 0; n < cases && !HasFailure(); ++n) {
+        Random r{std::mt19937_64(static_cast<uint64_t>(seed * 7000003 + n))};
+        const Block& block = blocks()[static_cast<size_t>(n) % blocks().size()];
+        SCOPED_TRACE(std::string(block.name) + ", case " + std::to_string(n) + " of seed " +
+                     std::to_string(seed));
+        Scratch s("block");
+        auto settings = draw_settings(r, 1 << 20);
+        if (r.chance(20)) settings["reg_ee_enable"] = "0";
+        spill(s.at("set.ini"), draw_ini(r, settings, "ee"));
+        plain::Model model("NULL");
+        model.load(s.at("set.ini"));
+        INIT_EE_REG("NULL");
+        LOAD_EE_INI(s.at("set.ini").c_str());
+
+        const bool large = r.chance(3);
+        const int width = static_cast<int>(large ? r.between(500, 1100) : r.between(1, 40));
+        const int height = static_cast<int>(large ? r.between(1, 260) : r.between(1, 12));
+        const I magnitude = r.pick({255, 255, 2047, 4000, 32000, 1 << 21, INT32_MAX});
+        const I low = magnitude == 255 ? 0 : -magnitude;
+        const int depth = r.pick({8, 8, 10, 12, 16});
+        std::vector<plain::Plane> in, want(2);
+        std::vector<FRAME*> frames, got;
+        for (int k = 0; k < block.inputs; ++k) {
+            const bool own_size = k > 0 && !large && r.chance(20);
+            plain::Plane p(own_size ? static_cast<int>(r.between(1, 30)) : width,
+                           own_size ? static_cast<int>(r.between(1, 14)) : height, k > 0 ? 3 : r.pick({1, 3}),
+                           depth);
+            for (int32_t& v : p.data) v = static_cast<int32_t>(r.between(low, magnitude));
+            in.push_back(p);
+            frames.push_back(to_frame(p));
+        }
+        model.log.clear();
+        block.define(model, in.data(), want.data());
+        const cm::RowTarget targets[] = {cm::RowTarget::kBaseline, cm::RowTarget::kV3, cm::RowTarget::kV4};
+        for (const cm::RowTarget target : targets) {
+            cm::set_row_target(target);
+            got.clear();
+            for (int k = 0; k < block.outputs; ++k) {
+                got.push_back(CM_NewFRAME(2, 2, static_cast<uint32_t>(width), static_cast<uint32_t>(height),
+                                          static_cast<uint32_t>(want[k].channels), want[k].depth));
+                Frame_Set_Constant(got.back(), 0x5a5a5a5a);
+            }
+            captured_log().clear();
+            block.run(frames.data(), got.data());
+            EXPECT_EQ(first_difference("log", log_pattern(model.log), log_pattern(captured_log())), "");
+            for (int k = 0; k < block.outputs; ++k) {
+                const std::vector<int32_t> samples(got[k]->data, got[k]->data + want[k].data.size());
+                const auto at = std::mismatch(samples.begin(), samples.end(), want[k].data.begin());
+                EXPECT_TRUE(at.first == samples.end())
+                    << "target " << static_cast<int>(target) << ", output " << k << ", " << width << "x"
+                    << height << ", sample " << at.first - samples.begin() << ": " << *at.first << ", not "
+                    << *at.second;
+                CM_DelFRAME(got[k]);
+            }
+        }
+        for (FRAME* const frame : frames) CM_DelFRAME(frame);
+        s.keep = HasFailure();
+    }
 }
 
 }  // namespace
