@@ -23,4 +23,7 @@ cmake_pop_check_state()
 
 add_library(inih INTERFACE)
 target_include_directories(inih SYSTEM INTERFACE ${INIH_INCLUDE_DIR})
-target_link_libraries(inih INTERFACE ${INIH_LIBRARY})
+# By name, so that a static link takes the static library.
+get_filename_component(INIH_LIBRARY_DIR ${INIH_LIBRARY} DIRECTORY)
+target_link_directories(inih INTERFACE ${INIH_LIBRARY_DIR})
+target_link_libraries(inih INTERFACE -linih)

@@ -1,41 +1,11 @@
 // Colour conversion, chroma resampling and side files: worked values, literal bytes, fatal cases.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <climits>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "common.h"
+#include "test_frames.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using Samples = std::vector<int32_t>;
-
-struct DeleteFrame {
-    void operator()(FRAME* f) const { CM_DelFRAME(f); }
-};
-using Frame = std::unique_ptr<FRAME, DeleteFrame>;
-
-Frame make_frame(uint32_t format, uint32_t width, uint32_t height, uint32_t channels, int depth,
-                 const Samples& samples = {}) {
-    Frame f(CM_NewFRAME(5, format, width, height, channels, depth));
-    std::copy(samples.begin(), samples.end(), f->data);
-    return f;
-}
-
-Frame make_plane(uint32_t width, uint32_t height, const Samples& samples, int depth = 8) {
-    return make_frame(CM_FORMAT_SINGLE, width, height, 1, depth, samples);
-}
-
-Samples samples_of(const FRAME& f) {
-    return {f.data, f.data + size_t{f.width} * f.height * f.channels};
-}
 
 // ---- Colour -------------------------------------------------------------------------------------
 
@@ -165,28 +135,13 @@ TEST(Chroma, UnusableFramesEnd) {
 
 // ---- Side files ---------------------------------------------------------------------------------
 
-class SideFiles : public testing::Test {
-  protected:
-    SideFiles() : dir_(fs::temp_directory_path() / ("side_files_" + std::to_string(getpid()))) {
-        fs::create_directory(dir_);
-    }
-    ~SideFiles() override { fs::remove_all(dir_); }
-
-    std::string path(const char* name) const { return (dir_ / name).string(); }
-    std::string slurp(const char* name) const {
-        std::ifstream in(dir_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    fs::path dir_;
-};
+using SideFiles = FileTest;
 
 TEST_F(SideFiles, RawBytes) {
     // Eight planes' worth of rows of 2 samples: 0x0100, 0x0302, 0x0504, ... and half a sample more.
-    const std::string file = path("in.raw");
-    std::ofstream out(file, std::ios::binary);
-    for (char b = 0; b < 31; ++b) out.put(b);
-    out.close();
+    std::string bytes;
+    for (char b = 0; b < 31; ++b) bytes += b;
+    const std::string file = spill("in.raw", bytes);
     struct {
         int k, layout;
         Samples expected;

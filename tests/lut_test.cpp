@@ -16,15 +16,16 @@ TEST(Lut, FourKnots) {
     const int out[4] = {0, 32, 32, 64};
     const int slope[3] = {8, 0, 4};
     const int steep[3] = {80, -5, -40};  // leave the segments, so the knots' outputs limit them
+    const int shallow[3] = {4, 0, 2};    // end short of the knots' outputs
     const int high[3] = {kMax, kMax, kMax};
     struct {
         const int* slope;
         int x, expected;
     } const cases[] = {
-        {slope, -5, 0},   {slope, 0, 0},    {slope, 32, 16},  {slope, 33, 16},
-        {slope, 64, 32},  {slope, 128, 32}, {slope, 129, 32}, {slope, 132, 33},
-        {slope, 256, 64}, {slope, 257, 64}, {steep, 5, 25},   {steep, 32, 32},
-        {steep, 65, 32},  {steep, 200, 32}, {steep, 300, 64}, {high, 16, 0},  // the product wraps to -16
+        {slope, -5, 0},    {slope, 0, 0},      {slope, 32, 16},  {slope, 33, 16},  {slope, 64, 32},
+        {slope, 128, 32},  {slope, 129, 32},   {slope, 132, 33}, {slope, 256, 64}, {slope, 257, 64},
+        {steep, 5, 25},    {steep, 32, 32},    {steep, 65, 32},  {steep, 200, 32}, {steep, 300, 64},
+        {shallow, 64, 16}, {shallow, 256, 48}, {high, 16, 0},  // the product wraps to -16
     };
     for (const auto& c : cases) EXPECT_EQ(CM_LUT(c.x, in, out, c.slope, 4, 4), c.expected) << c.x;
 

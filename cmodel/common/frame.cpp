@@ -1,4 +1,6 @@
 // Frames: create, copy, split, merge, shift, free.
+#include <sys/mman.h>
+
 #include <cstdlib>
 #include <cstring>
 
@@ -16,6 +18,26 @@ size_t sample_count(const FRAME& f) {
     return size_t{f.width} * f.height * f.channels;
 }
 
+// Zeroed samples, for free(); null when there is no memory.
+int32_t* allocate_samples(size_t samples) {
+    if (samples > PTRDIFF_MAX / sizeof(int32_t)) {
+        return nullptr;
+    }
+    // At least one sample, so that an empty frame is told from a failed allocation.
+    void* const memory = std::calloc(samples > 0 ? samples : 1, sizeof(int32_t));
+#ifdef MADV_HUGEPAGE
+    // The first touch of a page costs more than filling it; ask for large ones inside a large frame.
+    constexpr uintptr_t kLargePage = uintptr_t{2} << 20;
+    const uintptr_t start = (reinterpret_cast<uintptr_t>(memory) + kLargePage - 1) / kLargePage * kLargePage;
+    const uintptr_t end =
+        (reinterpret_cast<uintptr_t>(memory) + samples * sizeof(int32_t)) / kLargePage * kLargePage;
+    if (memory != nullptr && end > start) {
+        madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+    }
+#endif
+    return static_cast<int32_t*>(memory);
+}
+
 }  // namespace
 
 FRAME* CM_NewFRAME(uint32_t file_type, uint32_t format, uint32_t width, uint32_t height, uint32_t channels,
@@ -23,9 +45,7 @@ FRAME* CM_NewFRAME(uint32_t file_type, uint32_t format, uint32_t width, uint32_t
     size_t samples = 0;
     const bool fits = !__builtin_mul_overflow(size_t{width} * height, size_t{channels}, &samples);
     FRAME* const frame = static_cast<FRAME*>(std::malloc(sizeof(FRAME)));
-    // At least one sample, so that an empty frame is told from a failed allocation.
-    int32_t* const data =
-        fits ? static_cast<int32_t*>(std::calloc(samples > 0 ? samples : 1, sizeof(int32_t))) : nullptr;
+    int32_t* const data = fits ? allocate_samples(samples) : nullptr;
     if (frame == nullptr || data == nullptr) {
         cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
     }

@@ -1,13 +1,16 @@
 // Binary PGM/PPM files. Payloads move whole; headers are parsed with range checks.
 #include "pnm.h"
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 
+#include "checked_file.h"
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
@@ -132,9 +135,9 @@ void print_header_error(HeaderError error, PnmKind kind, const char* path) {
     }
 }
 
-void read_payload(FILE* in, PackedImage& image) {
+void read_payload(FILE* in, PackedImage& image, PlaneMemory* memory) {
     const size_t size = image.samples() * static_cast<size_t>(image.sample_bytes);
-    image.bytes = allocate_bytes(size);
+    image.bytes = memory != nullptr ? memory->take(size) : allocate_bytes(size);
     image.present = size > 0 ? std::fread(image.bytes.get(), 1, size, in) : 0;
 }
 
@@ -153,7 +156,8 @@ void log_image(const PackedImage& image, const char* path, PnmKind kind, int log
 }
 
 // Opens, reads and closes. On an error the message has been printed and `image` is unfinished.
-HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image) {
+HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image,
+                     PlaneMemory* memory = nullptr) {
     FILE* const in = CM_Fopen(path, "rb");
     const HeaderError error = read_header(in, kind, image);
     if (error != HeaderError::kNone) {
@@ -161,7 +165,7 @@ HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& 
         CM_Fclose(in);
         return error;
     }
-    read_payload(in, image);
+    read_payload(in, image, memory);
     CM_Fclose(in);
     log_image(image, path, kind, log_line);
     return error;
@@ -244,42 +248,15 @@ FRAME* frame_from(const PackedImage& image, uint32_t file_type, uint32_t format)
 
 // ---- Writing ----
 
-// A file being written; every failure names the path and ends the program.
-class PnmWriter {
-  public:
-    explicit PnmWriter(const char* path) : path_(path), stream_(CM_Fopen(path, "wb")) {}
-
-    void header(char magic, uint32_t width, uint32_t height) {
-        std::fprintf(stream_, "P%c\n# Created by KORVEN DPU Model\n%d %d\n", magic, static_cast<int>(width),
-                     static_cast<int>(height));
-    }
-    void max_value(uint32_t max) { std::fprintf(stream_, "%u\n", max); }
-    void max_value_signed(int max) { std::fprintf(stream_, "%d\n", max); }
-
-    void payload(const uint8_t* bytes, size_t size) {
-        if (std::fwrite(bytes, 1, size, stream_) != size) {
-            fail();
-        }
-    }
-    void close() {
-        if (CM_Fclose(stream_) != 0) {
-            fail();
-        }
-    }
-
-  private:
-    [[noreturn]] void fail() const {
-        fatal(kExitFile, "Unable to write file '%s': %s\n", path_, std::strerror(errno));
-    }
-
-    const char* path_;
-    FILE* stream_;
-};
+void print_header(CheckedFile& out, char magic, uint32_t width, uint32_t height) {
+    out.print("P%c\n# Created by KORVEN DPU Model\n%d %d\n", magic, static_cast<int>(width),
+              static_cast<int>(height));
+}
 
 // Writes the samples of a frame chunk by chunk: channel 0 alone, or three samples a pixel (channels
 // 0, 1, 2 of a three-channel frame, else channel 0 three times). `convert` maps a sample first.
 template <typename Convert>
-void write_samples(PnmWriter& out, const FRAME& frame, PnmKind kind, int sample_bytes, Convert convert) {
+void write_samples(CheckedFile& out, const FRAME& frame, PnmKind kind, int sample_bytes, Convert convert) {
     const size_t pixels = size_t{frame.width} * frame.height;
     const size_t per_pixel = kind == PnmKind::kColour ? 3 : 1;
     const size_t channel_step = kind == PnmKind::kColour && frame.channels == 3 ? 1 : 0;
@@ -295,7 +272,7 @@ void write_samples(PnmWriter& out, const FRAME& frame, PnmKind kind, int sample_
             }
         }
         pack_samples(samples, count * per_pixel, sample_bytes, bytes);
-        out.payload(bytes, count * per_pixel * static_cast<size_t>(sample_bytes));
+        out.write(bytes, count * per_pixel * static_cast<size_t>(sample_bytes));
     }
 }
 
@@ -304,8 +281,8 @@ int32_t keep_sample(int32_t v) {
 }
 
 void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int target_depth, int log_line) {
-    PnmWriter out(path);
-    out.header(static_cast<char>(kind), frame.width, frame.height);
+    CheckedFile out(path);
+    print_header(out, static_cast<char>(kind), frame.width, frame.height);
     if (target_depth < 1 || target_depth > 32) {
         out.close();
         log_log(LOG_ERROR, "common", log_line, "CM_WritePPM5_CLIP_target_depth error, target depth = '%d'",
@@ -314,7 +291,7 @@ void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int targe
     }
     // Intended: the exponent counts modulo 32, so a depth of 32 clips every sample to 0.
     const uint32_t limit = to_bits(pow2_mod32(target_depth)) - 1;
-    out.max_value(limit);
+    out.print("%u\n", limit);
     write_samples(out, frame, kind, written_bytes(target_depth), [limit](int32_t v) -> int32_t {
         const uint32_t positive = v < 0 ? 0 : static_cast<uint32_t>(v);
         return static_cast<int32_t>(positive < limit ? positive : limit);
@@ -330,6 +307,45 @@ Bytes allocate_bytes(size_t size) {
         fatal(kExitFile, "Unable to allocate memory\n");
     }
     return bytes;
+}
+
+PlaneMemory::~PlaneMemory() {
+    for (const Region& region : regions_) {
+        munmap(region.start, region.size);
+    }
+}
+
+Bytes PlaneMemory::take(size_t size) {
+    const size_t rounded = (size + 63) / 64 * 64;
+    if (size < kWorthwhile || (rounded > left_ && !add_region(rounded))) {
+        return allocate_bytes(size);
+    }
+    uint8_t* const start = next_;
+    next_ += rounded;
+    left_ -= rounded;
+    return Bytes(start, FreeBytes{.owned = false});
+}
+
+bool PlaneMemory::add_region(size_t size) {
+#ifdef MADV_HUGEPAGE
+    // One large page more than asked for, so that the first can start where large pages do.
+    const size_t wanted = (std::max(size, kRegion) + kLargePage - 1) / kLargePage * kLargePage;
+    void* const start =
+        mmap(nullptr, wanted + kLargePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (start == MAP_FAILED) {
+        return false;
+    }
+    regions_.push_back({start, wanted + kLargePage});
+    const uintptr_t address = reinterpret_cast<uintptr_t>(start);
+    const uintptr_t aligned = (address + kLargePage - 1) / kLargePage * kLargePage;
+    next_ = static_cast<uint8_t*>(start) + (aligned - address);
+    left_ = wanted;
+    madvise(next_, left_, MADV_HUGEPAGE);  // a hint: small pages serve as well
+    return true;
+#else
+    (void)size;
+    return false;
+#endif
 }
 
 void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
@@ -350,9 +366,9 @@ void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
     }
 }
 
-PackedImage read_pnm(const char* path, PnmKind kind, int log_line) {
+PackedImage read_pnm(const char* path, PnmKind kind, int log_line, PlaneMemory* memory) {
     PackedImage image;
-    if (load_pnm(path, kind, log_line, image) != HeaderError::kNone) {
+    if (load_pnm(path, kind, log_line, image, memory) != HeaderError::kNone) {
         std::exit(kExitFile);
     }
     return image;
@@ -387,10 +403,10 @@ void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* d
 }
 
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed) {
-    PnmWriter out(path);
-    out.header('5', width, height);
-    out.max_value(written_max(depth));
-    out.payload(packed, size_t{width} * height * static_cast<size_t>(written_bytes(depth)));
+    CheckedFile out(path);
+    print_header(out, '5', width, height);
+    out.print("%u\n", written_max(depth));
+    out.write(packed, size_t{width} * height * static_cast<size_t>(written_bytes(depth)));
     out.close();
 }
 
@@ -418,17 +434,17 @@ int CM_ReadPPM5_safe(const char* path, FRAME* frame) {
 }
 
 void CM_WritePPM5(const char* path, const FRAME* frame) {
-    cm::PnmWriter out(path);
-    out.header('5', frame->width, frame->height);
-    out.max_value(cm::written_max(frame->depth));
+    cm::CheckedFile out(path);
+    cm::print_header(out, '5', frame->width, frame->height);
+    out.print("%u\n", cm::written_max(frame->depth));
     cm::write_samples(out, *frame, cm::PnmKind::kGrey, cm::written_bytes(frame->depth), cm::keep_sample);
     out.close();
 }
 
 void CM_WritePPM(const char* path, const FRAME* frame) {
-    cm::PnmWriter out(path);
-    out.header('6', frame->width, frame->height);
-    out.max_value_signed(cm::pow2_mod32(frame->depth) - cm::Wrap(1));
+    cm::CheckedFile out(path);
+    cm::print_header(out, '6', frame->width, frame->height);
+    out.print("%d\n", int32_t{cm::pow2_mod32(frame->depth) - cm::Wrap(1)});
     cm::write_samples(out, *frame, cm::PnmKind::kColour, cm::written_bytes(frame->depth), cm::keep_sample);
     out.close();
 }

@@ -6,16 +6,52 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 namespace cm {
 
 struct FreeBytes {
-    void operator()(void* p) const { std::free(p); }
+    bool owned = true;  // else the memory belongs to a PlaneMemory
+    void operator()(void* p) const {
+        if (owned) {
+            std::free(p);
+        }
+    }
 };
 using Bytes = std::unique_ptr<uint8_t[], FreeBytes>;
 
 // Memory that is not cleared; no memory ends the program.
 Bytes allocate_bytes(size_t size);
+
+// Memory for the planes of one run, laid side by side so that large pages cover them: the first touch
+// of a page costs more than filling it, and a large page is touched once for 512 small ones. Everything
+// taken is given back with the object.
+class PlaneMemory {
+  public:
+    PlaneMemory() = default;
+    ~PlaneMemory();
+    PlaneMemory(const PlaneMemory&) = delete;
+    PlaneMemory& operator=(const PlaneMemory&) = delete;
+
+    // Not cleared; no memory ends the program.
+    Bytes take(size_t size);
+
+  private:
+    static constexpr size_t kLargePage = size_t{2} << 20;
+    static constexpr size_t kRegion = size_t{32} << 20;       // address space only, until it is touched
+    static constexpr size_t kWorthwhile = size_t{256} << 10;  // smaller planes come from the heap
+
+    struct Region {
+        void* start;
+        size_t size;
+    };
+
+    bool add_region(size_t size);
+
+    std::vector<Region> regions_;
+    uint8_t* next_ = nullptr;
+    size_t left_ = 0;
+};
 
 enum class PnmKind : char { kGrey = '5', kColour = '6' };
 
@@ -38,9 +74,9 @@ struct PackedImage {
     void read_row(uint32_t y, uint32_t c, int32_t* dst) const;
 };
 
-// Reads a whole file, unlocked and closed on return. `log_line` is the line of the depth record. A
-// bad header ends the program.
-PackedImage read_pnm(const char* path, PnmKind kind, int log_line);
+// Reads a whole file, unlocked and closed on return. `log_line` is the line of the depth record. The
+// samples come from `memory`, which must outlive them, or from the heap. A bad header ends the program.
+PackedImage read_pnm(const char* path, PnmKind kind, int log_line, PlaneMemory* memory = nullptr);
 
 // Bytes a sample takes in a file of this depth (1..4), and the P5 header's max value.
 int written_bytes(int depth);

@@ -135,6 +135,14 @@ void RowSource::read(int64_t y, int32_t* dst, int width) const {
     }
 }
 
+const int32_t* RowSource::row(int64_t y, int32_t* scratch, int width) const {
+    if (kind_ == Kind::kFrame && frame_->channels == 1 && width <= width_) {
+        return frame_->data + static_cast<size_t>(mirror(y, height_)) * frame_->width;
+    }
+    read(y, scratch, width);
+    return scratch;
+}
+
 void RowSource::read_padded(int64_t y, int32_t* dst, int width) const {
     read(y, dst, width);
     if (width == width_) {

@@ -32,7 +32,10 @@ class RowSource {
     // Row y, reflected, into dst[0 .. width-1], columns reflected as well.
     void read(int64_t y, int32_t* dst, int width) const;
 
-    // The same into dst[-kMaxReach .. width-1+kMaxReach].
+    // Row y as read() gives it: in `scratch`, or where the plane itself has it in that form.
+    const int32_t* row(int64_t y, int32_t* scratch, int width) const;
+
+    // Row y into dst[-kMaxReach .. width-1+kMaxReach].
     void read_padded(int64_t y, int32_t* dst, int width) const;
 
   private:
@@ -60,10 +63,7 @@ class FrameReader {
     FrameReader(const FRAME& frame, int width, int channel = 0)
         : source_(frame, channel), width_(width), row_(allocate_row(static_cast<size_t>(width))) {}
 
-    const int32_t* row(int64_t y) {
-        source_.read(y, row_.get(), width_);
-        return row_.get();
-    }
+    const int32_t* row(int64_t y) { return source_.row(y, row_.get(), width_); }
 
   private:
     RowSource source_;

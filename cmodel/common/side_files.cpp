@@ -1,10 +1,10 @@
 // RAW planes, hexadecimal text, histograms, and a look at three neighbouring samples.
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 
+#include "checked_file.h"
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
@@ -17,36 +17,6 @@ namespace {
 
 constexpr size_t kRawBytes = 2;
 constexpr int kEofByte = -1;  // what a byte past the end of a file counts as
-
-// A file being written; every failure names the path and ends the program.
-class SideFile {
-  public:
-    explicit SideFile(const char* path) : path_(path), stream_(CM_Fopen(path, "wb")) {}
-
-    void print(const char* fmt, uint32_t value) {
-        if (std::fprintf(stream_, fmt, value) < 0) {
-            fail();
-        }
-    }
-    void bytes(const uint8_t* data, size_t size) {
-        if (std::fwrite(data, 1, size, stream_) != size) {
-            fail();
-        }
-    }
-    void close() {
-        if (CM_Fclose(stream_) != 0) {
-            fail();
-        }
-    }
-
-  private:
-    [[noreturn]] void fail() const {
-        cm::fatal(cm::kExitFile, "Unable to write file '%s': %s\n", path_, std::strerror(errno));
-    }
-
-    const char* path_;
-    FILE* stream_;
-};
 
 void require_channel(const FRAME& frame, int c, const char* function) {
     if (c < 0 || static_cast<uint32_t>(c) >= frame.channels) {
@@ -70,7 +40,7 @@ int32_t decode_raw(const uint8_t* row, size_t present, size_t x) {
 }
 
 void write_text(const char* path, const FRAME& frame, size_t channel) {
-    SideFile out(path);
+    cm::CheckedFile out(path);
     const int32_t* pixel = frame.data;
     for (uint32_t y = 0; y < frame.height; ++y) {
         for (uint32_t x = 0; x < frame.width; ++x, pixel += frame.channels) {
@@ -115,7 +85,7 @@ void CM_WriteRAW(const char* path, const FRAME* frame) {
         log_log(LOG_FATAL, "common", 1332, "File format != RAW_RGB");
         std::exit(cm::kExitFile);
     }
-    SideFile out(path);
+    cm::CheckedFile out(path);
     const size_t row_bytes = kRawBytes * frame->width;
     const cm::Bytes row = cm::allocate_bytes(row_bytes);
     const int32_t* pixel = frame->data;
@@ -124,7 +94,7 @@ void CM_WriteRAW(const char* path, const FRAME* frame) {
             row[kRawBytes * x] = static_cast<uint8_t>(*pixel);
             row[kRawBytes * x + 1] = static_cast<uint8_t>(*pixel >> 8);
         }
-        out.bytes(row.get(), row_bytes);
+        out.write(row.get(), row_bytes);
     }
     out.close();
 }
@@ -171,7 +141,7 @@ void CM_WriteHIST(const char* base, const HIST* hist) {
         }
         // Intended: a progress record, although its level says otherwise.
         log_log(LOG_FATAL, "common", 1656, "[CM_WriteHIST] file_name :%s", path);
-        SideFile out(path);
+        cm::CheckedFile out(path);
         for (uint32_t b = 0; b < hist->bins; ++b) {
             out.print("%08x\n", hist->data[size_t{b} * hist->channels + c]);
         }

@@ -56,6 +56,7 @@ void lpf_chroma_row(const int32_t* in, int32_t* out, int width);  // `in` padded
 // A gain that depends on the low eight bits of its input.
 struct ByteTable {
     int32_t entry[256];
+    bool is_constant;
 };
 void byte_table_row(const int32_t* in, int32_t* out, int width, const ByteTable& table);
 

@@ -20,11 +20,13 @@ constexpr int32_t kMaxGain = 255;
 // gain = (lut[j] * f + lut[i] * (8 - f) + 1) >> 1, four times the interpolated entry.
 ByteTable tabulate_33_knots(int first_slot, bool circular) {
     ByteTable table;
+    table.is_constant = true;
     for (int v = 0; v < 256; ++v) {
         const int i = v >> 3;
         const int j = circular ? (i + 1) % 32 : i + 1;
         const int f = v & 7;
         table.entry[v] = (reg_value(first_slot + j) * f + reg_value(first_slot + i) * (8 - f) + 1) >> 1;
+        table.is_constant &= table.entry[v] == table.entry[0];
     }
     return table;
 }
@@ -32,12 +34,15 @@ ByteTable tabulate_33_knots(int first_slot, bool circular) {
 ByteTable constant_table(int32_t value) {
     ByteTable table;
     std::fill_n(table.entry, 256, value);
+    table.is_constant = true;
     return table;
 }
 
-CM_ROW_FUNCTION(byte_table_row,
-                (const int32_t* in, int32_t* __restrict out, int width, const ByteTable& table),
-                (in, out, width, table)) {
+void byte_table_row(const int32_t* in, int32_t* __restrict out, int width, const ByteTable& table) {
+    if (table.is_constant) {
+        std::fill_n(out, width, table.entry[0]);
+        return;
+    }
     for (int x = 0; x < width; ++x) {
         out[x] = table.entry[in[x] & 255];
     }

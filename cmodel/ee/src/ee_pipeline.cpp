@@ -108,14 +108,13 @@ void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const
     const RowWindow<2> around(luma, y);
     const int32_t* const luma_row = luma.row(y);
 
-    planes_.cb.read(y, half_row_.get(), (width_ + 1) / 2);
-    dup_row(half_row_.get(), cb_.line(0), width_);
+    const int half_width = (width_ + 1) / 2;
+    dup_row(planes_.cb.row(y, half_row_.get(), half_width), cb_.line(0), width_);
     cb_.pad(0);
-    planes_.cr.read(y, half_row_.get(), (width_ + 1) / 2);
-    dup_row(half_row_.get(), cr_.line(0), width_);
+    dup_row(planes_.cr.row(y, half_row_.get(), half_width), cr_.line(0), width_);
     cr_.pad(0);
-    planes_.motion.read(y, motion_row_.get(), width_);
-    planes_.image.read(y, image_row_.get(), width_);
+    const int32_t* const motion = planes_.motion.row(y, motion_row_.get(), width_);
+    const int32_t* const image = planes_.image.row(y, image_row_.get(), width_);
 
     min_max_5x5_row(around.rows, edit(kPlaneMax), edit(kPlaneMin), width_);
     range_row(row(kPlaneMax), row(kPlaneMin), edit(kPlaneRange), width_, negative_ranges_);
@@ -123,7 +122,7 @@ void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const
     lpf_chroma_row(cb_.row(0), lpf_cb_.get(), width_);
     lpf_chroma_row(cr_.row(0), lpf_cr_.get(), width_);
 
-    core_row(luma_row, lpf_luma_.get(), motion_row_.get(), edit(kPlaneCore), width_, core_);
+    core_row(luma_row, lpf_luma_.get(), motion, edit(kPlaneCore), width_, core_);
     coring_row(mf, hf, row(kPlaneCore), edit(kPlaneCored), width_, coring_);
 
     byte_table_row(row(kPlaneRange), edit(kPlaneDeltaGain), width_, delta_gain_);
@@ -132,7 +131,7 @@ void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const
     chroma_gain_row(chroma_gain_.by_lowpass ? lpf_cb_.get() : cb_.row(0),
                     chroma_gain_.by_lowpass ? lpf_cr_.get() : cr_.row(0), edit(kPlaneChromaGain), width_,
                     chroma_gain_);
-    curve_row(motion_row_.get(), edit(kPlaneMotionGain), width_, motion_gain_);
+    curve_row(motion, edit(kPlaneMotionGain), width_, motion_gain_);
     total_gain_row(row(kPlaneDeltaGain), row(kPlaneLumaGain), row(kPlaneChromaGain), row(kPlaneMotionGain),
                    edit(kPlaneTotalGain), width_, total_gain_);
     total_delta_row(row(kPlaneCored), row(kPlaneTotalGain), edit(kPlaneTotalDelta), width_);
@@ -140,7 +139,7 @@ void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const
     const auto shoot = shoot_variant_ == ShootVariant::kPro ? shoot_pro_row : shoot_row;
     shoot(row(kPlaneTotalDelta), luma_row, row(kPlaneMax), row(kPlaneMin), edit(kPlaneClamped), width_,
           shoot_);
-    merge_row(row(kPlaneClamped), image_row_.get(), edit(kPlaneSharpened), width_, merge_);
+    merge_row(row(kPlaneClamped), image, edit(kPlaneSharpened), width_, merge_);
 
     keep_row(y);
     put_output(y, mf, hf);

@@ -63,8 +63,8 @@ void open_log(const char* path, int level) {
     log_set_quiet(true);
 }
 
-cm::PackedImage read_plane(const char* path) {
-    return cm::read_pnm(path, cm::PnmKind::kGrey, 410);
+cm::PackedImage read_plane(const char* path, cm::PlaneMemory& memory) {
+    return cm::read_pnm(path, cm::PnmKind::kGrey, 410, &memory);
 }
 
 // Chroma is meant to have half the luma's width, rounded either way, and its height.
@@ -99,23 +99,24 @@ void write_copy(const cm::RowSource& luma, const char* path) {
                   packed.get());
 }
 
-void sharpen(const cm::EePlanes& planes, const char* path) {
+void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, const char* path) {
     cm::check_pre_ee_planes(planes);
     const size_t width = static_cast<size_t>(planes.luma.width());
     const size_t height = static_cast<size_t>(planes.luma.height());
-    const cm::Bytes packed = cm::allocate_bytes(width * height);
+    const cm::Bytes packed = memory.take(width * height);
     cm::ByteSink sink(packed.get(), planes.luma.width());
     cm::run_pre_ee(planes, sink);
     cm::write_pgm(path, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
 }
 
 void run_ycbcr(char** argv) {
-    const cm::PackedImage luma = read_plane(argv[kY]);
-    const cm::PackedImage cb = read_plane(argv[kCb]);
-    const cm::PackedImage cr = read_plane(argv[kCr]);
-    const cm::PackedImage image = read_plane(argv[kSrcYnr]);
-    const cm::PackedImage motion = read_plane(argv[kMmap]);
-    const cm::PackedImage fusion = read_plane(argv[kYfusion]);
+    cm::PlaneMemory memory;
+    const cm::PackedImage luma = read_plane(argv[kY], memory);
+    const cm::PackedImage cb = read_plane(argv[kCb], memory);
+    const cm::PackedImage cr = read_plane(argv[kCr], memory);
+    const cm::PackedImage image = read_plane(argv[kSrcYnr], memory);
+    const cm::PackedImage motion = read_plane(argv[kMmap], memory);
+    const cm::PackedImage fusion = read_plane(argv[kYfusion], memory);
     std::printf("depth of Yfusion is %d \n", fusion.depth);
 
     const cm::EePlanes planes{cm::RowSource(luma),  cm::RowSource(cb),     cm::RowSource(cr),
@@ -125,7 +126,7 @@ void run_ycbcr(char** argv) {
         return;
     }
     warn_about_chroma_size(planes);
-    sharpen(planes, argv[kOut]);
+    sharpen(planes, memory, argv[kOut]);
 }
 
 // RGB input has no fused luma, so texture mode 1 cannot run; told before anything is read.
@@ -141,10 +142,11 @@ void refuse_texture_mode() {
 
 void run_rgb(char** argv) {
     refuse_texture_mode();
-    const cm::PackedImage rgb = cm::read_pnm(argv[kY], cm::PnmKind::kColour, 325);
+    cm::PlaneMemory memory;
+    const cm::PackedImage rgb = cm::read_pnm(argv[kY], cm::PnmKind::kColour, 325, &memory);
     // Intended: must be there and readable, and is not used; the converted luma is sharpened itself.
     cm::read_pnm(argv[kSrcYnr], cm::PnmKind::kColour, 325);
-    const cm::PackedImage motion = read_plane(argv[kMmap]);
+    const cm::PackedImage motion = read_plane(argv[kMmap], memory);
 
     using Component = cm::RowSource::Component;
     // Intended: chroma has the luma's width here and still goes through the half-width duplication, so
@@ -159,7 +161,7 @@ void run_rgb(char** argv) {
         write_copy(planes.luma, argv[kOut]);
         return;
     }
-    sharpen(planes, argv[kOut]);
+    sharpen(planes, memory, argv[kOut]);
 }
 
 }  // namespace

@@ -72,8 +72,9 @@ CM_API int ee_reg_hw_print(const EE_REG_HW* set);
 CM_API int ee_reg_sw_print(const EE_REG_SW* set);
 
 /* Writes the block into the INI file at `path`: each set's own section is replaced in place (or
- * appended), every other line stays. Works through "PATH.temp". Returns 0, or -1 (and an ERROR
- * record, the target as it was) when the target or the work file cannot be written. */
+ * appended), every other line stays. Works through "PATH.temp". Returns 0, or -1 and an ERROR
+ * record: the target is as it was when it or the work file cannot be opened; when the disk fills up
+ * while the target is written back, its whole text stays in the work file. */
 CM_API int DUMP_EE_INI(const char* path);
 CM_API int DUMP_EE_HW_INI(const char* path);
 CM_API int DUMP_EE_SW_INI(const char* path);
