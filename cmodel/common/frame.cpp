@@ -1,12 +1,11 @@
 // Frames: create, copy, split, merge, shift, free.
-#include <sys/mman.h>
-
 #include <cstdlib>
 #include <cstring>
 
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
+#include "large_pages.h"
 #include "mirror.h"
 
 char dbg_path[1024];
@@ -25,16 +24,7 @@ int32_t* allocate_samples(size_t samples) {
     }
     // At least one sample, so that an empty frame is told from a failed allocation.
     void* const memory = std::calloc(samples > 0 ? samples : 1, sizeof(int32_t));
-#ifdef MADV_HUGEPAGE
-    // The first touch of a page costs more than filling it; ask for large ones inside a large frame.
-    constexpr uintptr_t kLargePage = uintptr_t{2} << 20;
-    const uintptr_t start = (reinterpret_cast<uintptr_t>(memory) + kLargePage - 1) / kLargePage * kLargePage;
-    const uintptr_t end =
-        (reinterpret_cast<uintptr_t>(memory) + samples * sizeof(int32_t)) / kLargePage * kLargePage;
-    if (memory != nullptr && end > start) {
-        madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
-    }
-#endif
+    cm::advise_large_pages(memory, samples * sizeof(int32_t));
     return static_cast<int32_t*>(memory);
 }
 

@@ -1,8 +1,6 @@
 // Binary PGM/PPM files. Payloads move whole; headers are parsed with range checks.
 #include "pnm.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -14,6 +12,7 @@
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
+#include "large_pages.h"
 #include "row_targets.h"
 
 namespace cm {
@@ -253,6 +252,16 @@ void print_header(CheckedFile& out, char magic, uint32_t width, uint32_t height)
               static_cast<int>(height));
 }
 
+CM_ROW_FUNCTION(grey_pixels_row, (const int32_t* src, uint8_t* __restrict dst, size_t count),
+                (src, dst, count)) {
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t v = static_cast<uint8_t>(src[i]);
+        dst[3 * i] = v;
+        dst[3 * i + 1] = v;
+        dst[3 * i + 2] = v;
+    }
+}
+
 // Writes the samples of a frame chunk by chunk: channel 0 alone, or three samples a pixel (channels
 // 0, 1, 2 of a three-channel frame, else channel 0 three times). `convert` maps a sample first.
 template <typename Convert>
@@ -276,8 +285,28 @@ void write_samples(CheckedFile& out, const FRAME& frame, PnmKind kind, int sampl
     }
 }
 
-int32_t keep_sample(int32_t v) {
-    return v;
+// One-channel frames of 8 bits, as almost all debug images are, need no conversion.
+void write_bytes(CheckedFile& out, const FRAME& frame, PnmKind kind) {
+    const size_t pixels = size_t{frame.width} * frame.height;
+    uint8_t bytes[kWriteChunk];
+    for (size_t first = 0; first < pixels; first += kWriteChunk / 3) {
+        const size_t count = std::min(pixels - first, kWriteChunk / 3);
+        if (kind == PnmKind::kColour) {
+            grey_pixels_row(frame.data + first, bytes, count);
+            out.write(bytes, 3 * count);
+        } else {
+            pack_samples(frame.data + first, count, 1, bytes);
+            out.write(bytes, count);
+        }
+    }
+}
+
+void write_frame(CheckedFile& out, const FRAME& frame, PnmKind kind) {
+    if (frame.channels == 1 && frame.depth <= 8) {
+        write_bytes(out, frame, kind);
+    } else {
+        write_samples(out, frame, kind, written_bytes(frame.depth), [](int32_t v) { return v; });
+    }
 }
 
 void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int target_depth, int log_line) {
@@ -327,25 +356,18 @@ Bytes PlaneMemory::take(size_t size) {
 }
 
 bool PlaneMemory::add_region(size_t size) {
-#ifdef MADV_HUGEPAGE
-    // One large page more than asked for, so that the first can start where large pages do.
-    const size_t wanted = (std::max(size, kRegion) + kLargePage - 1) / kLargePage * kLargePage;
+    // One large page more than asked for, so that the planes can start where large pages do.
+    const size_t wanted = round_to_large_page(std::max(size, kRegion));
     void* const start =
         mmap(nullptr, wanted + kLargePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (start == MAP_FAILED) {
         return false;
     }
     regions_.push_back({start, wanted + kLargePage});
-    const uintptr_t address = reinterpret_cast<uintptr_t>(start);
-    const uintptr_t aligned = (address + kLargePage - 1) / kLargePage * kLargePage;
-    next_ = static_cast<uint8_t*>(start) + (aligned - address);
+    next_ = reinterpret_cast<uint8_t*>(round_to_large_page(reinterpret_cast<uintptr_t>(start)));
     left_ = wanted;
-    madvise(next_, left_, MADV_HUGEPAGE);  // a hint: small pages serve as well
+    advise_large_pages(next_, left_);
     return true;
-#else
-    (void)size;
-    return false;
-#endif
 }
 
 void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
@@ -402,6 +424,25 @@ void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* d
     }
 }
 
+void write_colour_rows(const char* path, uint32_t width, uint32_t height,
+                       const std::function<void(uint32_t y, uint8_t* pixels)>& make_row) {
+    CheckedFile out(path);
+    print_header(out, '6', width, height);
+    out.print("255\n");
+    // Some rows a write: each goes through the cache once, and the file system is called seldom.
+    const size_t row_bytes = size_t{3} * width;
+    const uint32_t rows_at_once = static_cast<uint32_t>(std::max<size_t>(1, 4 * kWriteChunk / row_bytes));
+    const Bytes rows = allocate_bytes(row_bytes * rows_at_once);
+    for (uint32_t first = 0; first < height; first += rows_at_once) {
+        const uint32_t count = std::min(rows_at_once, height - first);
+        for (uint32_t k = 0; k < count; ++k) {
+            make_row(first + k, rows.get() + k * row_bytes);
+        }
+        out.write(rows.get(), count * row_bytes);
+    }
+    out.close();
+}
+
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed) {
     CheckedFile out(path);
     print_header(out, '5', width, height);
@@ -437,7 +478,7 @@ void CM_WritePPM5(const char* path, const FRAME* frame) {
     cm::CheckedFile out(path);
     cm::print_header(out, '5', frame->width, frame->height);
     out.print("%u\n", cm::written_max(frame->depth));
-    cm::write_samples(out, *frame, cm::PnmKind::kGrey, cm::written_bytes(frame->depth), cm::keep_sample);
+    cm::write_frame(out, *frame, cm::PnmKind::kGrey);
     out.close();
 }
 
@@ -445,7 +486,7 @@ void CM_WritePPM(const char* path, const FRAME* frame) {
     cm::CheckedFile out(path);
     cm::print_header(out, '6', frame->width, frame->height);
     out.print("%d\n", int32_t{cm::pow2_mod32(frame->depth) - cm::Wrap(1)});
-    cm::write_samples(out, *frame, cm::PnmKind::kColour, cm::written_bytes(frame->depth), cm::keep_sample);
+    cm::write_frame(out, *frame, cm::PnmKind::kColour);
     out.close();
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -23,9 +24,8 @@ using Bytes = std::unique_ptr<uint8_t[], FreeBytes>;
 // Memory that is not cleared; no memory ends the program.
 Bytes allocate_bytes(size_t size);
 
-// Memory for the planes of one run, laid side by side so that large pages cover them: the first touch
-// of a page costs more than filling it, and a large page is touched once for 512 small ones. Everything
-// taken is given back with the object.
+// Memory for the planes of one run, laid side by side so that large pages cover even planes that are
+// smaller than one. Everything taken is given back with the object.
 class PlaneMemory {
   public:
     PlaneMemory() = default;
@@ -37,7 +37,6 @@ class PlaneMemory {
     Bytes take(size_t size);
 
   private:
-    static constexpr size_t kLargePage = size_t{2} << 20;
     static constexpr size_t kRegion = size_t{32} << 20;       // address space only, until it is touched
     static constexpr size_t kWorthwhile = size_t{256} << 10;  // smaller planes come from the heap
 
@@ -84,6 +83,11 @@ uint32_t written_max(int depth);
 
 // Big-endian samples, `count` of them.
 void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* dst);
+
+// Writes an 8-bit P6 file row by row; `make_row` fills three bytes a pixel. A failing write ends the
+// program.
+void write_colour_rows(const char* path, uint32_t width, uint32_t height,
+                       const std::function<void(uint32_t y, uint8_t* pixels)>& make_row);
 
 // Writes a whole P5 file from packed samples. A failing write ends the program.
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed);

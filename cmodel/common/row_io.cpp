@@ -22,6 +22,12 @@ CM_COMPONENT_ROW(cb)
 CM_COMPONENT_ROW(cr)
 #undef CM_COMPONENT_ROW
 
+CM_ROW_FUNCTION(widen_row, (const int16_t* in, int32_t* __restrict out, int width), (in, out, width)) {
+    for (int x = 0; x < width; ++x) {
+        out[x] = in[x];
+    }
+}
+
 CM_ROW_FUNCTION(count_beyond_row, (const int32_t* row, int width, int32_t bound, int32_t& beyond),
                 (row, width, bound, beyond)) {
     int32_t count = 0;
@@ -47,6 +53,9 @@ RowSource::RowSource(const PackedImage& image)
       width_(static_cast<int>(image.width)),
       height_(static_cast<int>(image.height)),
       depth_(image.depth) {}
+
+RowSource::RowSource(const int16_t* samples, int width, int height)
+    : kind_(Kind::kShort), short_(samples), width_(width), height_(height), depth_(8) {}
 
 RowSource::RowSource(const PackedImage& rgb, Component component) : RowSource(rgb) {
     kind_ = Kind::kRgb;
@@ -76,6 +85,10 @@ void RowSource::read_own_row(int y, int32_t* dst) const {
         packed_->read_row(static_cast<uint32_t>(y), 0, dst);
         return;
     }
+    if (kind_ == Kind::kShort) {
+        widen_row(short_ + static_cast<size_t>(y) * static_cast<size_t>(width_), dst, width_);
+        return;
+    }
     const size_t step = frame_->channels;
     const int32_t* const src =
         frame_->data + step * static_cast<size_t>(y) * frame_->width + static_cast<size_t>(channel_);
@@ -91,6 +104,9 @@ void RowSource::read_own_row(int y, int32_t* dst) const {
 bool RowSource::within(int32_t bound) const {
     if (kind_ == Kind::kRgb) {
         return depth_ < 31 && (1 << depth_) - 1 <= bound;
+    }
+    if (kind_ == Kind::kShort) {
+        return bound >= 32768;
     }
     if (kind_ == Kind::kPacked) {
         // Samples may use all of their bytes, whatever the depth; past the end of the file they are

@@ -11,12 +11,14 @@
 
 namespace cm {
 
-// One channel of a plane, read a row at a time. The plane is a FRAME, a packed image as it came from
-// its file, or (RGB input) one colour component computed from a packed RGB image. It is not owned.
+// One channel of a plane, read a row at a time. The plane is a FRAME, an array of 16-bit samples, a
+// packed image as it came from its file, or (RGB input) one colour component computed from a packed RGB
+// image. It is not owned.
 class RowSource {
   public:
     explicit RowSource(const FRAME& frame, int channel = 0);
     explicit RowSource(const PackedImage& image);
+    RowSource(const int16_t* samples, int width, int height);
 
     enum class Component { kLuma, kCb, kCr };
     RowSource(const PackedImage& rgb, Component component);
@@ -39,7 +41,7 @@ class RowSource {
     void read_padded(int64_t y, int32_t* dst, int width) const;
 
   private:
-    enum class Kind { kFrame, kPacked, kRgb };
+    enum class Kind { kFrame, kShort, kPacked, kRgb };
 
     void read_own_row(int y, int32_t* dst) const;
     void read_rgb_row(int y, int32_t* dst) const;
@@ -47,6 +49,7 @@ class RowSource {
     Kind kind_;
     const FRAME* frame_ = nullptr;
     const PackedImage* packed_ = nullptr;
+    const int16_t* short_ = nullptr;
     int channel_ = 0;  // of the frame
     Component component_ = Component::kLuma;
     int width_;

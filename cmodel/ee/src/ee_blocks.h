@@ -12,6 +12,7 @@
 
 #include "common.h"
 #include "ee_hw.h"
+#include "row_io.h"
 
 namespace cm {
 
@@ -25,7 +26,7 @@ std::string debug_path(const std::string& tag, const std::string& name);
 
 // A signed plane as a colour image: positive values in the first channel, magnitudes of negative
 // ones in the second, both saturating at 255.
-void write_sign_image(const std::string& path, const FRAME& delta);
+void write_sign_image(const std::string& path, const RowSource& delta);
 
 // ---- Debug views of the output ----
 
@@ -100,7 +101,7 @@ struct CoringConfig {
 CoringConfig configure_coring();
 void coring_row(const int32_t* mf, const int32_t* hf, const int32_t* core, int32_t* out, int width,
                 const CoringConfig& c);
-void report_coring(const FRAME& cored);
+void report_coring(const RowSource& cored);
 
 // ---- Gains ----
 
@@ -133,7 +134,7 @@ void total_gain_row(const int32_t* delta, const int32_t* luma, const int32_t* ch
                     int32_t* total, int width, int32_t strength);
 
 void total_delta_row(const int32_t* delta, const int32_t* gain, int32_t* out, int width);
-void report_total_delta(const FRAME& delta);
+void report_total_delta(const RowSource& delta);
 
 // ---- Overshoot and undershoot control ----
 
@@ -151,7 +152,7 @@ void shoot_row(const int32_t* delta, const int32_t* luma, const int32_t* max, co
                int32_t* out, int width, const ShootConfig& c);
 void report_shoot_pro_mode(const ShootConfig& c);
 void report_shoot_entry();
-void report_shoot(const FRAME& clamped);
+void report_shoot(const RowSource& clamped);
 
 // ---- Merge ----
 
@@ -169,7 +170,7 @@ void pre_process_row(Window rows, int32_t* out, int width);
 void report_pre_process(const FRAME& in, const FRAME& out);
 
 void classic_delta_row(Window rows, int32_t* mf, int32_t* hf, int width);
-void report_classic_delta(const FRAME& mf, const FRAME& hf);
+void report_classic_delta(const RowSource& mf, const RowSource& hf);
 
 }  // namespace cm
 

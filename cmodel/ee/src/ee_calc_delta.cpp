@@ -33,7 +33,7 @@ CM_ROW_FUNCTION(classic_delta_row, (Window rows, int32_t* __restrict mf, int32_t
     }
 }
 
-void report_classic_delta(const FRAME& mf, const FRAME& hf) {
+void report_classic_delta(const RowSource& mf, const RowSource& hf) {
     write_sign_image(debug_path("dbg_delta_MF_8b.ppm"), mf);
     write_sign_image(debug_path("dbg_delta_HF_8b.ppm"), hf);
 }
@@ -57,6 +57,6 @@ void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) {
         cm::write_row(*hf, y, hf_row.get(), width);
     }
     if (dump_dbg_img != 0) {
-        cm::report_classic_delta(*mf, *hf);
+        cm::report_classic_delta(cm::RowSource(*mf), cm::RowSource(*hf));
     }
 }

@@ -89,7 +89,7 @@ CM_ROW_FUNCTION(coring_row,
     }
 }
 
-void report_coring(const FRAME& cored) {
+void report_coring(const RowSource& cored) {
     write_sign_image(debug_path("dbg_delta_core_8b.ppm"), cored);
 }
 
@@ -121,6 +121,6 @@ void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) 
         cm::write_row(*out, y, cored.get(), width);
     }
     if (dump_dbg_img != 0) {
-        cm::report_coring(*out);
+        cm::report_coring(cm::RowSource(*out));
     }
 }

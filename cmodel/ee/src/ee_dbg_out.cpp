@@ -3,7 +3,7 @@
 
 #include "ee_blocks.h"
 #include "fixed_point.h"
-#include "mirror.h"
+#include "pnm.h"
 #include "row_targets.h"
 
 namespace cm {
@@ -35,16 +35,21 @@ std::string debug_path(const std::string& tag, const std::string& name) {
     return debug_path(tag + "_" + name);
 }
 
-void write_sign_image(const std::string& path, const FRAME& delta) {
-    FRAME* const image = CM_NewFRAME(2, CM_FORMAT_RGB, delta.width, delta.height, 3, 8);
-    const size_t pixels = size_t{delta.width} * delta.height;
-    for (size_t i = 0; i < pixels; ++i) {
-        const int32_t v = delta.data[i * delta.channels];
-        image->data[3 * i] = v >= 0 ? min32(v, 255) : 0;
-        image->data[3 * i + 1] = v < 0 ? min32(magnitude(v), 255) : 0;
+CM_ROW_FUNCTION(sign_pixels_row, (const int32_t* delta, uint8_t* __restrict pixels, int width),
+                (delta, pixels, width)) {
+    for (int x = 0; x < width; ++x) {
+        pixels[3 * x] = static_cast<uint8_t>(clamp32(delta[x], 0, 255));
+        pixels[3 * x + 1] = static_cast<uint8_t>(-clamp32(delta[x], -255, 0));
+        pixels[3 * x + 2] = 0;
     }
-    CM_WritePPM(path.c_str(), image);
-    CM_DelFRAME(image);
+}
+
+void write_sign_image(const std::string& path, const RowSource& delta) {
+    const AlignedRow scratch = output_row(delta.width());
+    write_colour_rows(path.c_str(), static_cast<uint32_t>(delta.width()),
+                      static_cast<uint32_t>(delta.height()), [&](uint32_t y, uint8_t* pixels) {
+                          sign_pixels_row(delta.row(y, scratch.get(), delta.width()), pixels, delta.width());
+                      });
 }
 
 }  // namespace cm

@@ -25,10 +25,10 @@ class CleanStage {
           mf_(output_row(luma.width())),
           hf_(output_row(luma.width())) {
         if (dump_dbg_img != 0) {
-            raw_kept_ = std::make_unique<KeptPlane>(2, luma.width(), luma.height(), luma.depth());
-            clean_kept_ = std::make_unique<KeptPlane>(2, luma.width(), luma.height(), kCleanDepth);
-            mf_kept_ = std::make_unique<KeptPlane>(2, luma.width(), luma.height(), 11);
-            hf_kept_ = std::make_unique<KeptPlane>(2, luma.width(), luma.height(), 11);
+            raw_kept_ = std::make_unique<KeptFrame>(luma.width(), luma.height(), luma.depth());
+            clean_kept_ = std::make_unique<KeptFrame>(luma.width(), luma.height(), kCleanDepth);
+            mf_kept_ = std::make_unique<KeptPlane>(luma.width(), luma.height());
+            hf_kept_ = std::make_unique<KeptPlane>(luma.width(), luma.height());
         }
     }
 
@@ -58,7 +58,7 @@ class CleanStage {
     }
     void report_delta() const {
         if (mf_kept_ != nullptr) {
-            report_classic_delta(mf_kept_->frame(), hf_kept_->frame());
+            report_classic_delta(mf_kept_->rows(), hf_kept_->rows());
         }
     }
 
@@ -83,7 +83,8 @@ class CleanStage {
     AlignedRow mf_, hf_;
     int next_raw_ = 0;
     int next_clean_ = 0;
-    std::unique_ptr<KeptPlane> raw_kept_, clean_kept_, mf_kept_, hf_kept_;
+    std::unique_ptr<KeptFrame> raw_kept_, clean_kept_;
+    std::unique_ptr<KeptPlane> mf_kept_, hf_kept_;
 };
 
 // Intended: with more than one channel, channels 1 and 2 of a pixel show the merged luma of the next

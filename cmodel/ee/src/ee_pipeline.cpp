@@ -4,31 +4,32 @@
 
 #include "ee_reg_table.h"
 #include "fatal.h"
+#include "fixed_point.h"
+#include "large_pages.h"
+#include "row_targets.h"
 
 namespace cm {
 namespace {
 
-struct PlaneInfo {
-    int depth;
-    bool in_report;  // a debug image or the log shows it
-};
+// How a report needs a plane: not at all, its image only, or every sample.
+enum class Keep { kNo, kImage, kSamples };
 
-constexpr PlaneInfo kPlaneInfo[kPlaneCount] = {
-    /* max          */ {8, false},
-    /* min          */ {8, false},
-    /* range        */ {8, true},
-    /* MF           */ {11, false},
-    /* HF           */ {11, false},
-    /* core         */ {11, false},
-    /* cored        */ {11, true},
-    /* delta gain   */ {8, true},
-    /* luma gain    */ {8, false},
-    /* chroma gain  */ {8, true},
-    /* motion gain  */ {8, false},
-    /* total gain   */ {12, false},
-    /* total delta  */ {11, true},
-    /* clamped      */ {8, true},
-    /* sharpened    */ {8, false},
+constexpr Keep kKeep[kPlaneCount] = {
+    /* max          */ Keep::kNo,
+    /* min          */ Keep::kNo,
+    /* range        */ Keep::kSamples,
+    /* MF           */ Keep::kNo,
+    /* HF           */ Keep::kNo,
+    /* core         */ Keep::kNo,
+    /* cored        */ Keep::kImage,
+    /* delta gain   */ Keep::kSamples,
+    /* luma gain    */ Keep::kNo,
+    /* chroma gain  */ Keep::kSamples,
+    /* motion gain  */ Keep::kNo,
+    /* total gain   */ Keep::kNo,
+    /* total delta  */ Keep::kImage,
+    /* clamped      */ Keep::kImage,
+    /* sharpened    */ Keep::kNo,
 };
 
 // Intended: the delta gain shows as signed, the core delta does not.
@@ -62,9 +63,27 @@ void require_luma_size(const RowSource& luma, const RowSource& plane, const char
           luma.height(), name, plane.width(), plane.height());
 }
 
-KeptPlane::KeptPlane(uint32_t file_type, int width, int height, int depth)
-    : frame_(CM_NewFRAME(file_type, CM_FORMAT_SINGLE, static_cast<uint32_t>(width),
-                         static_cast<uint32_t>(height), 1, depth)) {}
+CM_ROW_FUNCTION(saturate_row, (const int32_t* in, int16_t* __restrict out, int width), (in, out, width)) {
+    for (int x = 0; x < width; ++x) {
+        out[x] = static_cast<int16_t>(clamp32(in[x], -32767, 32767));
+    }
+}
+
+KeptPlane::KeptPlane(int width, int height)
+    : width_(width),
+      height_(height),
+      samples_(allocate_row<int16_t>(static_cast<size_t>(width) * static_cast<size_t>(height))) {
+    advise_large_pages(samples_.get(),
+                       sizeof(int16_t) * static_cast<size_t>(width) * static_cast<size_t>(height));
+}
+
+void KeptPlane::put(int y, const int32_t* row) {
+    saturate_row(row, samples_.get() + static_cast<size_t>(y) * static_cast<size_t>(width_), width_);
+}
+
+KeptFrame::KeptFrame(int width, int height, int depth)
+    : frame_(CM_NewFRAME(2, CM_FORMAT_SINGLE, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1,
+                         depth)) {}
 
 EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoot, RowSink& sink)
     : planes_(planes),
@@ -94,8 +113,10 @@ EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoo
       view_row_(output_row(width_)) {
     for (int plane = 0; plane < kPlaneCount; ++plane) {
         rows_[plane] = output_row(width_);
-        if (dump_dbg_img != 0 && kPlaneInfo[plane].in_report) {
-            kept_[plane] = std::make_unique<KeptPlane>(2, width_, height_, kPlaneInfo[plane].depth);
+        if (dump_dbg_img != 0 && kKeep[plane] == Keep::kImage) {
+            kept_[plane] = std::make_unique<KeptPlane>(width_, height_);
+        } else if (dump_dbg_img != 0 && kKeep[plane] == Keep::kSamples) {
+            kept_frames_[plane] = std::make_unique<KeptFrame>(width_, height_, 8);
         }
     }
 }
@@ -149,6 +170,8 @@ void EePipeline::keep_row(int y) {
     for (int plane = 0; plane < kPlaneCount; ++plane) {
         if (kept_[plane] != nullptr) {
             kept_[plane]->put(y, rows_[plane].get());
+        } else if (kept_frames_[plane] != nullptr) {
+            kept_frames_[plane]->put(y, rows_[plane].get());
         }
     }
 }
@@ -167,25 +190,26 @@ void EePipeline::put_output(int y, const int32_t* mf, const int32_t* hf) {
 }
 
 void EePipeline::report_range() {
-    const KeptPlane* const range = kept_[kPlaneRange].get();
+    const KeptFrame* const range = kept_frames_[kPlaneRange].get();
     cm::report_range(negative_ranges_, range != nullptr ? &range->frame() : nullptr);
 }
 
 void EePipeline::report_after_deltas() {
-    const bool images = kept_[kPlaneRange] != nullptr;
-    const auto plane = [this](EePlane p) -> const FRAME& { return kept_[p]->frame(); };
+    const bool images = kept_frames_[kPlaneRange] != nullptr;
+    const auto rows = [this](EePlane p) { return kept_[p]->rows(); };
+    const auto frame = [this](EePlane p) -> const FRAME& { return kept_frames_[p]->frame(); };
     report_core(luma_depth_);
     if (images) {
-        report_coring(plane(kPlaneCored));
-        report_delta_gain(plane(kPlaneRange), plane(kPlaneDeltaGain));
+        report_coring(rows(kPlaneCored));
+        report_delta_gain(frame(kPlaneRange), frame(kPlaneDeltaGain));
     }
     report_chroma_levels();
     if (images) {
-        report_chroma_gain(plane(kPlaneChromaGain));
+        report_chroma_gain(frame(kPlaneChromaGain));
     }
     report_motion_levels();
     if (images) {
-        report_total_delta(plane(kPlaneTotalDelta));
+        report_total_delta(rows(kPlaneTotalDelta));
     }
     if (shoot_variant_ == ShootVariant::kPro) {
         report_shoot_pro_mode(shoot_);
@@ -193,7 +217,7 @@ void EePipeline::report_after_deltas() {
         report_shoot_entry();
     }
     if (images) {
-        report_shoot(plane(kPlaneClamped));
+        report_shoot(rows(kPlaneClamped));
     }
 }
 

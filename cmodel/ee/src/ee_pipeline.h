@@ -88,13 +88,26 @@ struct DebugView {
     int is_signed;
 };
 
-// A plane of 32-bit samples that is kept whole for a report; owned.
+// A plane that is kept whole for a report: what its image will show of it, in 16 bits (deltas, which
+// saturate far below, and maps), or every sample as it is.
 class KeptPlane {
   public:
-    KeptPlane(uint32_t file_type, int width, int height, int depth);
-    ~KeptPlane() { CM_DelFRAME(frame_); }
-    KeptPlane(const KeptPlane&) = delete;
-    KeptPlane& operator=(const KeptPlane&) = delete;
+    KeptPlane(int width, int height);
+    void put(int y, const int32_t* row);
+    RowSource rows() const { return RowSource(samples_.get(), width_, height_); }
+
+  private:
+    int width_;
+    int height_;
+    AlignedSamples<int16_t> samples_;
+};
+
+class KeptFrame {
+  public:
+    KeptFrame(int width, int height, int depth);
+    ~KeptFrame() { CM_DelFRAME(frame_); }
+    KeptFrame(const KeptFrame&) = delete;
+    KeptFrame& operator=(const KeptFrame&) = delete;
 
     void put(int y, const int32_t* row) { write_row(*frame_, y, row, static_cast<int>(frame_->width)); }
     const FRAME& frame() const { return *frame_; }
@@ -154,7 +167,9 @@ class EePipeline {
     AlignedRow lpf_luma_, lpf_cb_, lpf_cr_;
     AlignedRow motion_row_, image_row_, view_row_;
     int64_t negative_ranges_ = 0;
-    std::unique_ptr<KeptPlane> kept_[kPlaneCount];  // those that images show
+    // Those that images show, one way or the other.
+    std::unique_ptr<KeptPlane> kept_[kPlaneCount];
+    std::unique_ptr<KeptFrame> kept_frames_[kPlaneCount];
 };
 
 // The output frame of both pipelines: luma's size and channels, format YCbCr, depth 8.

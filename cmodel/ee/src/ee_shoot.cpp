@@ -76,7 +76,7 @@ void shoot_frame(const FRAME& delta, const FRAME& luma, const FRAME& max, const 
         write_row(out, y, row.get(), width);
     }
     if (dump_dbg_img != 0) {
-        report_shoot(out);
+        report_shoot(RowSource(out));
     }
 }
 
@@ -115,7 +115,7 @@ void report_shoot_entry() {
     log_log(LOG_INFO, "ee_hw", __LINE__, "EE_IOShoot==============================");
 }
 
-void report_shoot(const FRAME& clamped) {
+void report_shoot(const RowSource& clamped) {
     write_sign_image(debug_path("dbg_delta_iosht_8b.ppm"), clamped);
 }
 

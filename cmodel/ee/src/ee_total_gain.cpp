@@ -48,7 +48,7 @@ CM_ROW_FUNCTION(total_delta_row,
     }
 }
 
-void report_total_delta(const FRAME& delta) {
+void report_total_delta(const RowSource& delta) {
     write_sign_image(debug_path("dbg_delta_total_8b.ppm"), delta);
 }
 
@@ -92,6 +92,6 @@ void EE_TotalDelta(const FRAME* delta, const FRAME* gain, FRAME* out) {
         cm::write_row(*out, y, row.get(), width);
     }
     if (dump_dbg_img != 0) {
-        cm::report_total_delta(*out);
+        cm::report_total_delta(cm::RowSource(*out));
     }
 }

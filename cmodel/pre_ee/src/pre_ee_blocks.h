@@ -25,8 +25,8 @@ void normalise_delta_row(const int32_t* sum, int16_t* out, int width, int shift)
 // 255 where the shifted magnitude is above 2047, else 0.
 void delta_overflow_row(const int32_t* sum, int32_t* map, int width, int shift);
 
-void report_pre_ee_delta(const std::string& tag, const FRAME& mf, const FRAME& hf, const FRAME& mf_over,
-                         const FRAME& hf_over);
+void report_pre_ee_delta(const std::string& tag, const RowSource& mf, const RowSource& hf,
+                         const RowSource& mf_over, const RowSource& hf_over);
 
 // ---- Flat detection ----
 
@@ -78,7 +78,7 @@ class FlatDetector {
     std::unique_ptr<State> state_;
 };
 
-void report_flat_det(const std::string& tag, const FRAME& texture);
+void report_flat_det(const std::string& tag, const RowSource& texture);
 
 }  // namespace cm
 

@@ -7,6 +7,7 @@
 #include "ee_reg_table.h"
 #include "fixed_point.h"
 #include "kernel.h"
+#include "pnm.h"
 #include "pre_ee_blocks.h"
 #include "pre_ee_hw.h"
 #include "row_io.h"
@@ -25,6 +26,29 @@ constexpr SymmetricKernel<2> kMfKernel = {{
 
 FRAME* new_map(const FRAME& size) {
     return CM_NewFRAME(size.file_type, CM_FORMAT_SINGLE, size.width, size.height, 1, 8);
+}
+
+CM_ROW_FUNCTION(grey_pixels_row,
+                (const int32_t* tested, const int32_t* shown, uint8_t* __restrict pixels, int width),
+                (tested, shown, pixels, width)) {
+    for (int x = 0; x < width; ++x) {
+        const int32_t level = min32(magnitude(shown[x]), 255) & mask_of(tested[x] != 0);
+        pixels[3 * x] = static_cast<uint8_t>(level);
+        pixels[3 * x + 1] = static_cast<uint8_t>(level);
+        pixels[3 * x + 2] = static_cast<uint8_t>(level);
+    }
+}
+
+// Magnitudes of `shown` where `tested` is not 0, as grey pixels.
+void write_grey_image(const std::string& path, const RowSource& tested, const RowSource& shown) {
+    const int width = shown.width();
+    const AlignedRow test_row = output_row(width);
+    const AlignedRow shown_row = output_row(width);
+    write_colour_rows(path.c_str(), static_cast<uint32_t>(width), static_cast<uint32_t>(shown.height()),
+                      [&](uint32_t y, uint8_t* pixels) {
+                          grey_pixels_row(tested.row(y, test_row.get(), width),
+                                          shown.row(y, shown_row.get(), width), pixels, width);
+                      });
 }
 
 }  // namespace
@@ -67,27 +91,16 @@ CM_ROW_FUNCTION(delta_overflow_row, (const int32_t* sum, int32_t* map, int width
     }
 }
 
-void report_pre_ee_delta(const std::string& tag, const FRAME& mf, const FRAME& hf, const FRAME& mf_over,
-                         const FRAME& hf_over) {
+void report_pre_ee_delta(const std::string& tag, const RowSource& mf, const RowSource& hf,
+                         const RowSource& mf_over, const RowSource& hf_over) {
     write_sign_image(debug_path(tag, "dbg_delta_MF_8b.ppm"), mf);
     write_sign_image(debug_path(tag, "dbg_delta_HF_8b.ppm"), hf);
-
-    FRAME* const mf_grey = new_map(mf);
-    FRAME* const hf_grey = new_map(hf);
-    const size_t pixels = size_t{mf.width} * mf.height;
-    for (size_t i = 0; i < pixels; ++i) {
-        const int32_t hf_level = min32(magnitude(hf.data[i * hf.channels]), 255);
-        // Intended: the grey MF image shows the HF magnitude; only the zero test looks at MF.
-        mf_grey->data[i] = mf.data[i * mf.channels] != 0 ? hf_level : 0;
-        hf_grey->data[i] = hf_level;
-    }
-    CM_WritePPM(debug_path(tag, "dbg_delta_MF_8b_gray.ppm").c_str(), mf_grey);
-    CM_WritePPM(debug_path(tag, "dbg_delta_HF_8b_gray.ppm").c_str(), hf_grey);
-    CM_WritePPM(debug_path(tag, "dbg_delta_MF_over_8b.ppm").c_str(), &mf_over);
+    // Intended: the grey MF image shows the HF magnitude; only the zero test looks at MF.
+    write_grey_image(debug_path(tag, "dbg_delta_MF_8b_gray.ppm"), mf, hf);
+    write_grey_image(debug_path(tag, "dbg_delta_HF_8b_gray.ppm"), hf, hf);
+    write_grey_image(debug_path(tag, "dbg_delta_MF_over_8b.ppm"), mf_over, mf_over);
     // Intended: the HF overflow map replaces the grey HF image.
-    CM_WritePPM(debug_path(tag, "dbg_delta_HF_8b_gray.ppm").c_str(), &hf_over);
-    CM_DelFRAME(mf_grey);
-    CM_DelFRAME(hf_grey);
+    write_grey_image(debug_path(tag, "dbg_delta_HF_8b_gray.ppm"), hf_over, hf_over);
 }
 
 }  // namespace cm
@@ -123,7 +136,8 @@ void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) {
         cm::write_row(*hf, y, delta_row.get(), width);
     }
     if (dump) {
-        cm::report_pre_ee_delta(tag, *mf, *hf, *mf_over, *hf_over);
+        cm::report_pre_ee_delta(tag, cm::RowSource(*mf), cm::RowSource(*hf), cm::RowSource(*mf_over),
+                                cm::RowSource(*hf_over));
         CM_DelFRAME(mf_over);
         CM_DelFRAME(hf_over);
     }

@@ -18,6 +18,7 @@
 
 #include "ee_reg_table.h"
 #include "fixed_point.h"
+#include "pnm.h"
 #include "pre_ee_blocks.h"
 #include "pre_ee_hw.h"
 #include "row_io.h"
@@ -332,22 +333,25 @@ template class FlatDetector<Lanes16>;
 template class FlatDetector<Lanes32>;
 template class FlatDetector<Lanes64>;
 
-void report_flat_det(const std::string& tag, const FRAME& texture) {
-    static constexpr int32_t kColours[][3] = {
-        {0, 0, 0},       // dark flat
-        {255, 255, 0},   // dark edge
-        {255, 0, 0},     // mid-tone
-        {255, 0, 255},   // line
-        {0, 255, 255},   // bright edge
-        {255, 255, 255}  // bright flat
+void report_flat_det(const std::string& tag, const RowSource& texture) {
+    static constexpr uint8_t kColours[][3] = {
+        {0, 0, 0},        // dark flat
+        {255, 255, 0},    // dark edge
+        {255, 0, 0},      // mid-tone
+        {255, 0, 255},    // line
+        {0, 255, 255},    // bright edge
+        {255, 255, 255},  // bright flat
     };
-    FRAME* const map = CM_NewFRAME(texture.file_type, CM_FORMAT_RGB, texture.width, texture.height, 3, 8);
-    const size_t pixels = size_t{texture.width} * texture.height;
-    for (size_t i = 0; i < pixels; ++i) {
-        std::copy_n(kColours[texture.data[i]], 3, map->data + 3 * i);
-    }
-    CM_WritePPM(debug_path(tag, "dbg_delta_8b_FlatDet.ppm").c_str(), map);
-    CM_DelFRAME(map);
+    const std::string path = debug_path(tag, "dbg_delta_8b_FlatDet.ppm");
+    const int width = texture.width();
+    const AlignedRow scratch = output_row(width);
+    write_colour_rows(path.c_str(), static_cast<uint32_t>(width), static_cast<uint32_t>(texture.height()),
+                      [&](uint32_t y, uint8_t* pixels) {
+                          const int32_t* const row = texture.row(y, scratch.get(), width);
+                          for (int x = 0; x < width; ++x) {
+                              std::copy_n(kColours[row[x]], 3, pixels + 3 * x);
+                          }
+                      });
 }
 
 namespace {
@@ -392,7 +396,7 @@ void PRE_EE_FlatDet(const FRAME* Yin, const FRAME* Yfusion, const FRAME* delta_i
                                                                           : cm::run_frame<cm::Lanes64>;
     run(*Yin, *Yfusion, *delta_in, *delta_fusion, *out, *texture);
     if (dump_dbg_img != 0) {
-        cm::report_flat_det(tag, *texture);
+        cm::report_flat_det(tag, cm::RowSource(*texture));
     }
     CM_DelFRAME(texture);
 }

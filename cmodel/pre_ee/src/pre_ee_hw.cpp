@@ -43,8 +43,8 @@ void copy_row(const int32_t* in, int32_t* out, int width) {
     std::copy_n(in, width, out);
 }
 
-std::unique_ptr<KeptPlane> keep_for_report(const RowSource& luma, int depth) {
-    return dump_dbg_img != 0 ? std::make_unique<KeptPlane>(2, luma.width(), luma.height(), depth) : nullptr;
+std::unique_ptr<KeptPlane> keep_for_report(const RowSource& luma) {
+    return dump_dbg_img != 0 ? std::make_unique<KeptPlane>(luma.width(), luma.height()) : nullptr;
 }
 
 // One luma plane, its line buffer and the deltas made of it, a few rows ahead of the blocks. Deltas, and
@@ -63,10 +63,10 @@ class DeltaStage {
           mf_sum_(output_row(luma.width())),
           hf_sum_(output_row(luma.width())),
           over_row_(output_row(luma.width())),
-          mf_kept_(keep_for_report(luma, 11)),
-          hf_kept_(keep_for_report(luma, 11)),
-          mf_over_(keep_for_report(luma, 8)),
-          hf_over_(keep_for_report(luma, 8)) {}
+          mf_kept_(keep_for_report(luma)),
+          hf_kept_(keep_for_report(luma)),
+          mf_over_(keep_for_report(luma)),
+          hf_over_(keep_for_report(luma)) {}
 
     // Makes the deltas up to and including row y (or the last), reading luma as far as they need.
     void advance(int y) {
@@ -85,8 +85,7 @@ class DeltaStage {
 
     void report() const {
         if (mf_kept_ != nullptr) {
-            report_pre_ee_delta(tag_, mf_kept_->frame(), hf_kept_->frame(), mf_over_->frame(),
-                                hf_over_->frame());
+            report_pre_ee_delta(tag_, mf_kept_->rows(), hf_kept_->rows(), mf_over_->rows(), hf_over_->rows());
         }
     }
 
@@ -139,8 +138,8 @@ void run_texture_rows(const EePlanes& planes, EePipeline& blocks) {
     const AlignedRow mf = output_row(blocks.width());
     const AlignedRow hf = output_row(blocks.width());
     const AlignedRow texture = output_row(blocks.width());
-    const std::unique_ptr<KeptPlane> mf_texture = keep_for_report(planes.luma, 8);
-    const std::unique_ptr<KeptPlane> hf_texture = keep_for_report(planes.luma, 8);
+    const std::unique_ptr<KeptPlane> mf_texture = keep_for_report(planes.luma);
+    const std::unique_ptr<KeptPlane> hf_texture = keep_for_report(planes.luma);
 
     for (int y = 0; y < blocks.height(); ++y) {
         in.advance(y + kFlatReach);
@@ -162,8 +161,8 @@ void run_texture_rows(const EePlanes& planes, EePipeline& blocks) {
     fusion.report();
     in.report();
     if (mf_texture != nullptr) {
-        report_flat_det("MF", mf_texture->frame());
-        report_flat_det("HF", hf_texture->frame());
+        report_flat_det("MF", mf_texture->rows());
+        report_flat_det("HF", hf_texture->rows());
     }
 }
 
