@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs.
 
-.PHONY: all demo test deps release clean
+.PHONY: all demo test bench fuzz deps release clean
 
 all: release
 
@@ -21,6 +21,21 @@ test: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+# The table of docs/performance.md, and the time of each block. PHOTO=picture.ppm measures a photograph
+# (8-bit P6); without it a synthetic picture serves.
+bench: deps
+	@tools/install_packages.sh packages-bench.txt
+	cmake --preset bench
+	cmake --build --preset bench
+	bench/table.py build/bench $(if $(PHOTO),--photo $(PHOTO))
+	build/bench/bench/blocks_bench --benchmark_counters_tabular=true
+
+# Each fuzz target for FUZZ_SECONDS.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	@tools/install_packages.sh packages-fuzz.txt
+	tools/fuzz.sh $(FUZZ_SECONDS)
 
 clean:
 	rm -rf build demo-out

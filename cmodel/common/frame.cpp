@@ -7,6 +7,7 @@
 #include "fixed_point.h"
 #include "large_pages.h"
 #include "mirror.h"
+#include "row_io.h"
 
 char dbg_path[1024];
 int dump_dbg_img;
@@ -17,30 +18,36 @@ size_t sample_count(const FRAME& f) {
     return size_t{f.width} * f.height * f.channels;
 }
 
-// Zeroed samples, for free(); null when there is no memory.
-int32_t* allocate_samples(size_t samples) {
+// Samples for free(), at least one, so that an empty frame is told from a failed allocation; null when
+// there is no memory.
+int32_t* allocate_samples(size_t samples, bool clear) {
     if (samples > PTRDIFF_MAX / sizeof(int32_t)) {
         return nullptr;
     }
-    // At least one sample, so that an empty frame is told from a failed allocation.
-    void* const memory = std::calloc(samples > 0 ? samples : 1, sizeof(int32_t));
-    cm::advise_large_pages(memory, samples * sizeof(int32_t));
+    const size_t size = (samples > 0 ? samples : 1) * sizeof(int32_t);
+    void* const memory = clear ? std::calloc(1, size) : std::malloc(size);
+    cm::advise_large_pages(memory, size);
     return static_cast<int32_t*>(memory);
 }
 
 }  // namespace
 
-FRAME* CM_NewFRAME(uint32_t file_type, uint32_t format, uint32_t width, uint32_t height, uint32_t channels,
-                   int depth) {
+FRAME* cm::new_frame(uint32_t file_type, uint32_t format, uint32_t width, uint32_t height, uint32_t channels,
+                     int depth, bool clear) {
     size_t samples = 0;
     const bool fits = !__builtin_mul_overflow(size_t{width} * height, size_t{channels}, &samples);
     FRAME* const frame = static_cast<FRAME*>(std::malloc(sizeof(FRAME)));
-    int32_t* const data = fits ? allocate_samples(samples) : nullptr;
+    int32_t* const data = fits ? allocate_samples(samples, clear) : nullptr;
     if (frame == nullptr || data == nullptr) {
-        cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
+        fatal(kExitFile, "Unable to allocate memory\n");
     }
     *frame = FRAME{file_type, format, 0, width, height, channels, depth, data};
     return frame;
+}
+
+FRAME* CM_NewFRAME(uint32_t file_type, uint32_t format, uint32_t width, uint32_t height, uint32_t channels,
+                   int depth) {
+    return cm::new_frame(file_type, format, width, height, channels, depth, true);
 }
 
 void CM_DelFRAME(FRAME* frame) {

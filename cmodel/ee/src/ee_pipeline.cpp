@@ -82,8 +82,8 @@ void KeptPlane::put(int y, const int32_t* row) {
 }
 
 KeptFrame::KeptFrame(int width, int height, int depth)
-    : frame_(CM_NewFRAME(2, CM_FORMAT_SINGLE, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1,
-                         depth)) {}
+    : frame_(new_frame(2, CM_FORMAT_SINGLE, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1,
+                       depth, false)) {}
 
 EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoot, RowSink& sink)
     : planes_(planes),
@@ -222,7 +222,9 @@ void EePipeline::report_after_deltas() {
 }
 
 FRAME* new_output_frame(const FRAME& luma) {
-    return CM_NewFRAME(luma.file_type, CM_FORMAT_YCBCR, luma.width, luma.height, luma.channels, kOutputDepth);
+    const bool clear = luma.channels > 1;  // the pipelines write channel 0
+    return new_frame(luma.file_type, CM_FORMAT_YCBCR, luma.width, luma.height, luma.channels, kOutputDepth,
+                     clear);
 }
 
 void set_neutral_chroma(FRAME& out) {
