@@ -3,8 +3,8 @@
  *
  *   io_floor start                    start and end
  *   io_floor planes OUT IN ...        read each file whole into fresh memory, write the first one's bytes
- *   io_floor images DIR IMAGE ...     write as many bytes as each image has to a file of its own in DIR, with one
- *                                     fwrite each (the bytes are made up before the first is opened)
+ *   io_floor images DIR IMAGE ...     write as many bytes as each image has to a file of its own in DIR, with
+ * one fwrite each (the bytes are made up before the first is opened)
  */
 #include <stdio.h>
 #include <stdlib.h>

@@ -76,7 +76,7 @@ std::string take_image(Input& in, Size size, bool colour) {
            std::to_string(size.height) + "\n" + std::to_string(max) + "\n" + bytes;
 }
 
-std::string take_registers(Input& in) {
+std::string take_registers(Input& in, Mode mode) {
     std::string text = "[ee0]\n";
     const auto set = [&](int slot, int64_t value) {
         text += std::string(cm::kRegTable[slot].key) + " = " + std::to_string(value) + "\n";
@@ -97,6 +97,7 @@ std::string take_registers(Input& in) {
     const uint8_t flags = in.byte();
     set(reg_ee_enable, flags % 32 != 0);
     set(reg_ee_debug_mode, flags < 128 ? 0 : flags);
+    set(reg_ee_texture_mode, mode != kRgb && flags % 4 != 1);
     for (int n = in.byte() % 32; n > 0; --n) {
         set(in.byte() % EE_REG_COUNT, in.word() >> 12);
     }
@@ -195,7 +196,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input in(data, size);
     const Mode mode = static_cast<Mode>(in.byte() % kModes);
     const uint8_t targets = in.byte();
-    write_file(scratch_path("regs.ini"), take_registers(in));
+    write_file(scratch_path("regs.ini"), take_registers(in, mode));
     const Size luma = take_size(in);
     const Size half{(luma.width + 1) / 2, luma.height};
     const bool odd_chroma = in.byte() % 4 == 1;

@@ -9,10 +9,9 @@
 
 namespace {
 
-std::jmp_buf* on_exit;  // null outside exit_status()
+std::jmp_buf* way_back;  // null outside exit_status()
 int caught_status;
 
-// Quiet, since the library logs to standard error what is wrong with a file.
 struct Scratch {
     std::filesystem::path dir;
 
@@ -38,21 +37,21 @@ struct Scratch {
 // never throws, so only a jump gets out of it.
 extern "C" [[noreturn]] void __real_exit(int status);
 extern "C" [[noreturn]] void __wrap_exit(int status) {
-    if (on_exit == nullptr) {
+    if (way_back == nullptr) {
         __real_exit(status);
     }
     caught_status = status;
-    std::longjmp(*on_exit, 1);
+    std::longjmp(*way_back, 1);
 }
 
 std::optional<int> exit_status(const std::function<void()>& call) {
     std::jmp_buf here;
-    on_exit = &here;
+    way_back = &here;
     const bool ended = setjmp(here) != 0;
     if (!ended) {
         call();
     }
-    on_exit = nullptr;
+    way_back = nullptr;
     return ended ? std::optional(caught_status) : std::nullopt;
 }
 
