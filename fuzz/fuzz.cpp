@@ -7,31 +7,8 @@
 #include <fstream>
 #include <iterator>
 
-namespace {
-
-std::jmp_buf* way_back;  // null outside exit_status()
-int caught_status;
-
-struct Scratch {
-    std::filesystem::path dir;
-
-    Scratch() {
-        const std::filesystem::path memory = "/dev/shm";
-        std::error_code ignored;
-        const bool in_memory =
-            std::filesystem::is_directory(memory, ignored) && access(memory.c_str(), W_OK) == 0;
-        std::string name =
-            ((in_memory ? memory : std::filesystem::temp_directory_path()) / "cmodel_fuzz_XXXXXX").string();
-        FUZZ_CHECK(mkdtemp(name.data()) != nullptr);
-        dir = name;
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir, ignored);
-    }
-};
-
-}  // namespace
+static std::jmp_buf* way_back;  // null outside exit_status()
+static int caught_status;
 
 // The linker sends every call of exit() here (--wrap=exit). The C library declares exit() as one that
 // never throws, so only a jump gets out of it.
@@ -56,12 +33,19 @@ std::optional<int> exit_status(const std::function<void()>& call) {
 }
 
 std::string scratch_path(const char* name) {
-    static const Scratch scratch;
-    return (scratch.dir / name).string();
+    struct Folder {
+        std::string path =
+            access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
+        Folder() { FUZZ_CHECK(mkdtemp((path += "/cmodel_fuzz_XXXXXX").data()) != nullptr); }
+        ~Folder() { std::filesystem::remove_all(path); }
+    };
+    static const Folder folder;
+    return folder.path + "/" + name;
 }
 
-void write_file(const std::string& path, const std::string& bytes) {
+std::string write_file(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
+    return path;
 }
 
 std::string read_file(const std::string& path) {

@@ -16,41 +16,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 // Inputs of the target's own to start from.
 std::vector<std::string> fuzz_seeds();
 
-#define FUZZ_CHECK(condition)                                                                   \
-    do {                                                                                        \
-        if (!(condition)) {                                                                     \
-            std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition); \
-            std::abort();                                                                       \
-        }                                                                                       \
-    } while (false)
+#define FUZZ_CHECK(condition)                                                                           \
+    ((condition) ? void()                                                                               \
+                 : (std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition), \
+                    std::abort()))
 
 // The bytes of an input, from front to back; zeros after the end.
-class Input {
-  public:
-    Input(const uint8_t* data, size_t size) : data_(data), left_(size) {}
-    uint8_t byte() { return left_ > 0 ? (--left_, *data_++) : uint8_t{0}; }
+struct Input {
+    const uint8_t* data;
+    size_t left;
+
+    uint8_t byte() { return left > 0 ? (--left, *data++) : uint8_t{0}; }
     uint32_t word() {
         uint32_t v = 0;
-        for (int k = 0; k < 4; ++k) {
-            v = v << 8 | byte();
-        }
+        for (int k = 0; k < 4; ++k) v = v << 8 | byte();
         return v;
     }
-    std::string rest() const { return {reinterpret_cast<const char*>(data_), left_}; }
-
-  private:
-    const uint8_t* data_;
-    size_t left_;
+    std::string rest() const { return {reinterpret_cast<const char*>(data), left}; }
 };
 
-// A path in a folder of this process, in memory where the system has such a place. The folder goes when
+// A path in a folder of this process, in memory where the system has such a place; the folder goes when
 // the process ends well.
 std::string scratch_path(const char* name);
-void write_file(const std::string& path, const std::string& bytes);
+std::string write_file(const std::string& path, const std::string& bytes);  // returns the path
 std::string read_file(const std::string& path);
 
-// Runs a call that may end the program; the status it ended with, if it did. What the call owned on
-// its stack at that moment is lost.
+// Runs a call that may end the program; the status it ended with, if it did. What the call owned on its
+// stack at that moment is lost.
 std::optional<int> exit_status(const std::function<void()>& call);
 
 #endif
