@@ -1,7 +1,5 @@
 #include "fuzz.h"
 
-#include <unistd.h>
-
 #include <csetjmp>
 #include <filesystem>
 #include <fstream>
@@ -34,8 +32,7 @@ std::optional<int> exit_status(const std::function<void()>& call) {
 
 std::string scratch_path(const char* name) {
     struct Folder {
-        std::string path =
-            access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
+        std::string path = std::filesystem::temp_directory_path();
         Folder() { FUZZ_CHECK(mkdtemp((path += "/cmodel_fuzz_XXXXXX").data()) != nullptr); }
         ~Folder() { std::filesystem::remove_all(path); }
     };

@@ -35,8 +35,7 @@ struct Input {
     std::string rest() const { return {reinterpret_cast<const char*>(data), left}; }
 };
 
-// A path in a folder of this process, in memory where the system has such a place; the folder goes when
-// the process ends well.
+// A path in a folder of this process under TMPDIR, which goes when the process ends well.
 std::string scratch_path(const char* name);
 std::string write_file(const std::string& path, const std::string& bytes);  // returns the path
 std::string read_file(const std::string& path);

@@ -8,6 +8,11 @@ shift
 [ $# -gt 0 ] || set -- pnm_fuzz ini_fuzz dump_fuzz frame_fuzz
 cd "$(dirname "$0")/.."
 
+# The targets write small files all the time: in memory, where the system has such a place.
+TMPDIR=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+export TMPDIR
+trap 'rm -rf "$TMPDIR"' EXIT
+
 cmake --preset fuzz
 cmake --build --preset fuzz
 for target in "$@"; do
