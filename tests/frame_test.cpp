@@ -135,6 +135,7 @@ TEST_F(PnmFiles, ReadIntoAFrame) {
                          {"P5\n1 x\n255\n1", "Invalid image size (error loading '"},
                          {"P5\n4 1\n255\n1234", "Invalid image size (error loading '"},
                          {"P5\n1 4\n255\n1234", "Invalid image size (error loading '"},
+                         {"P5\n2147483647 1000000\n255\nab", "Invalid image size (error loading '"},
                          {"P5\n1 1\n0\n1", "Invalid max_rgb (error loading '"}};
     for (const auto& c : refused) {
         testing::internal::CaptureStderr();

@@ -140,13 +140,16 @@ void read_payload(FILE* in, PackedImage& image, PlaneMemory* memory) {
     image.present = size > 0 ? std::fread(image.bytes.get(), 1, size, in) : 0;
 }
 
-void log_image(const PackedImage& image, const char* path, PnmKind kind, int log_line) {
+void log_depth(const PackedImage& image, PnmKind kind, int log_line) {
     const int max_value = from_bits(image.max_value);
     if (kind == PnmKind::kColour) {
         log_log(LOG_DEBUG, "common", log_line, "Color depth (%d) max_rgb:(%d)", image.depth, max_value);
     } else {
         log_log(LOG_DEBUG, "common", log_line, "Color depth (%d) max_rgb:(%d)\n", image.depth, max_value);
     }
+}
+
+void log_missing_samples(const PackedImage& image, const char* path) {
     if (!image.complete()) {
         const size_t whole = image.present / static_cast<size_t>(image.sample_bytes);
         log_log(LOG_ERROR, "common", __LINE__, "%s ends early: %zu of %zu samples are missing", path,
@@ -154,19 +157,27 @@ void log_image(const PackedImage& image, const char* path, PnmKind kind, int log
     }
 }
 
-// Opens, reads and closes. On an error the message has been printed and `image` is unfinished.
-HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image,
-                     PlaneMemory* memory = nullptr) {
+// Opens, reads and closes. On an error the message has been printed and `image` is unfinished. An image
+// larger than `room`, if given, is refused before any memory is taken for it.
+HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image, PlaneMemory* memory,
+                     const FRAME* room) {
     FILE* const in = CM_Fopen(path, "rb");
-    const HeaderError error = read_header(in, kind, image);
+    HeaderError error = read_header(in, kind, image);
+    if (error == HeaderError::kNone) {
+        log_depth(image, kind, log_line);
+        if (room != nullptr && (image.width > room->width || image.height > room->height)) {
+            error = HeaderError::kSize;
+        } else {
+            read_payload(in, image, memory);
+        }
+    }
     if (error != HeaderError::kNone) {
         print_header_error(error, kind, path);
-        CM_Fclose(in);
-        return error;
     }
-    read_payload(in, image, memory);
     CM_Fclose(in);
-    log_image(image, path, kind, log_line);
+    if (error == HeaderError::kNone) {
+        log_missing_samples(image, path);
+    }
     return error;
 }
 
@@ -390,7 +401,7 @@ void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
 
 PackedImage read_pnm(const char* path, PnmKind kind, int log_line, PlaneMemory* memory) {
     PackedImage image;
-    if (load_pnm(path, kind, log_line, image, memory) != HeaderError::kNone) {
+    if (load_pnm(path, kind, log_line, image, memory, nullptr) != HeaderError::kNone) {
         std::exit(kExitFile);
     }
     return image;
@@ -463,11 +474,7 @@ FRAME* CM_ReadPPM5(const char* path, uint32_t file_type) {
 
 int CM_ReadPPM5_safe(const char* path, FRAME* frame) {
     cm::PackedImage image;
-    if (cm::load_pnm(path, cm::PnmKind::kGrey, 487, image) != cm::HeaderError::kNone) {
-        return -1;
-    }
-    if (image.width > frame->width || image.height > frame->height) {
-        cm::print_header_error(cm::HeaderError::kSize, cm::PnmKind::kGrey, path);
+    if (cm::load_pnm(path, cm::PnmKind::kGrey, 487, image, nullptr, frame) != cm::HeaderError::kNone) {
         return -1;
     }
     cm::fill_frame(image, *frame);
