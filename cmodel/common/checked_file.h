@@ -1,7 +1,11 @@
-// A file being written under its lock. Every failure names the path and ends the program, so that a
-// full disk is never taken for a result.
+// A file being written under its lock. Every failure empties the file, names it and ends the program, so
+// that a full disk is never taken for a result.
 #ifndef CMODEL_CHECKED_FILE_H
 #define CMODEL_CHECKED_FILE_H
+
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -37,14 +41,26 @@ class CheckedFile {
     }
     // To be called once, last: much of the content reaches the disk only here.
     void close() {
-        if (CM_Fclose(stream_) != 0) {
+        if (std::fflush(stream_) != 0) {
             fail();
+        }
+        if (CM_Fclose(stream_) != 0) {
+            fail_with(errno);
         }
     }
 
   private:
     [[noreturn]] void fail() const {
-        fatal(kExitFile, "Unable to write file '%s': %s\n", path_, std::strerror(errno));
+        const int error = errno;
+        __fpurge(stream_);  // or the exit would write what is still pending
+        struct stat info;
+        if (fstat(fileno(stream_), &info) == 0 && S_ISREG(info.st_mode)) {
+            [[maybe_unused]] const int result = ftruncate(fileno(stream_), 0);
+        }
+        fail_with(error);
+    }
+    [[noreturn]] void fail_with(int error) const {
+        fatal(kExitFile, "Unable to write file '%s': %s\n", path_, std::strerror(error));
     }
 
     const char* path_;

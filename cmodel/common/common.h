@@ -85,12 +85,13 @@ CM_API void CM_SetField(FRAME* dst, const FRAME* field, int parity);
 /* ---- Image files -------------------------------------------------------------------------- *
  * Binary PPM (P6) and PGM (P5), one to four big-endian bytes a sample by depth =
  * ceil(log2(max value)); depth 0 has no bytes. All files are opened through CM_Fopen(). A bad
- * header ends the program with status 1 and a message on standard error that names the path; a
+ * header or a read error ends the program with status 1 and a message that names the path; a
  * payload that ends early gives samples made of end-of-file bytes (-1 each) and one ERROR record. */
 
 /* Opens a file and takes an exclusive advisory lock on it. Never fails: while the file cannot be
  * opened it says so once on standard output ("wait pre frame ready PATH") and tries again every
- * 10 ms. Modes that truncate do so only once the lock is held. */
+ * 10 ms. Modes that truncate do so only once the lock is held, and what they create is locked
+ * before it can be found under its name (where the file system has unnamed files). */
 CM_API FILE* CM_Fopen(const char* path, const char* mode);
 
 /* Releases the lock and closes. Returns 0, or EOF when pending data could not be written. */
@@ -112,7 +113,7 @@ CM_API int CM_ReadPPM5_safe(const char* path, FRAME* frame);
 
 /* Write channel 0 as P5, or three channels as P6 (a frame of other than 3 channels is grey: its
  * channel 0 three times). Bits above the frame's depth rounded up to whole bytes are dropped. A
- * failing write ends the program with status 1 and a message. */
+ * failing write ends the program with status 1 and a message, and leaves an empty file. */
 CM_API void CM_WritePPM5(const char* path, const FRAME* frame);
 CM_API void CM_WritePPM(const char* path, const FRAME* frame);
 

@@ -1,8 +1,12 @@
 #include "fatal.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 
 namespace cm {
 
@@ -13,6 +17,15 @@ void fatal(int status, const char* fmt, ...) {
     std::vfprintf(stderr, fmt, args);
     va_end(args);
     std::exit(status);
+}
+
+void prepare_program() {
+    std::set_new_handler([] { fatal(kExitFile, "Unable to allocate memory\n"); });
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) < 0) {
+            open("/dev/null", O_RDWR);  // takes the lowest free number, which is this one
+        }
+    }
 }
 
 }  // namespace cm

@@ -1,4 +1,4 @@
-// The one way in which the library ends the program.
+// The one way in which the library ends the program, and what makes a program of ours end that way.
 #ifndef CMODEL_FATAL_H
 #define CMODEL_FATAL_H
 
@@ -12,6 +12,10 @@ inline constexpr int kExitFormat = -1;
 
 // Prints the message to standard error as it stands (give the line end) and exits.
 [[noreturn]] void fatal(int status, const char* fmt, ...) CM_PRINTF(2, 3);
+
+// What a program's main() does first. Memory that cannot be had ends it with a message, and standard streams
+// that it was started without are there, so that no file of its own gets their number and their text.
+void prepare_program();
 
 }  // namespace cm
 

@@ -8,12 +8,32 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "common.h"
 
 namespace {
 
 constexpr useconds_t kPollMicroseconds = 10000;
+
+// Creates a file whose lock is held before it has a name, so that no reader gets hold of it empty. Fails
+// where there is such a file by now and where the file system has no files without a name.
+int create_locked(const char* path, int access) {
+    const std::string whole(path);
+    const size_t slash = whole.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : whole.substr(0, slash + 1);
+    const int fd = open(directory.c_str(), access | O_TMPFILE, 0666);
+    if (fd < 0) {
+        return -1;
+    }
+    const std::string unnamed = "/proc/self/fd/" + std::to_string(fd);
+    if (flock(fd, LOCK_EX) != 0 ||
+        linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path, AT_SYMLINK_FOLLOW) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
 
 // Writers open without truncating: a process that still holds the lock keeps its bytes until it
 // lets go. Truncation follows in lock_file().
@@ -22,7 +42,13 @@ FILE* open_unlocked(const char* path, const char* mode) {
         return std::fopen(path, mode);
     }
     const int access = std::strchr(mode, '+') != nullptr ? O_RDWR : O_WRONLY;
-    const int fd = open(path, access | O_CREAT, 0666);
+    int fd = open(path, access);
+    if (fd < 0 && errno == ENOENT) {
+        fd = create_locked(path, access);
+    }
+    if (fd < 0) {
+        fd = open(path, access | O_CREAT, 0666);
+    }
     if (fd < 0) {
         return nullptr;
     }
@@ -33,20 +59,25 @@ FILE* open_unlocked(const char* path, const char* mode) {
     return stream;
 }
 
-void lock_file(FILE* stream, bool truncate) {
+// False for a file that was deleted while another process held its lock: what is written there is lost.
+bool lock_file(FILE* stream, bool truncate) {
     const int fd = fileno(stream);
     while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
     }
     struct stat info;
-    if (truncate && fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
-        // Nothing is lost when this fails: the new content is written over the old from the start.
-        [[maybe_unused]] const int result = ftruncate(fd, 0);
+    if (truncate && fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+        if (info.st_nlink == 0) {
+            return false;
+        }
+        if (info.st_size > 0) {
+            // Nothing is lost when this fails: the new content is written over the old from the start.
+            [[maybe_unused]] const int result = ftruncate(fd, 0);
+        }
     }
+    return true;
 }
 
-}  // namespace
-
-FILE* CM_Fopen(const char* path, const char* mode) {
+FILE* open_waiting(const char* path, const char* mode) {
     FILE* stream = open_unlocked(path, mode);
     if (stream == nullptr) {
         std::printf("wait pre frame ready %s\n", path);
@@ -57,7 +88,17 @@ FILE* CM_Fopen(const char* path, const char* mode) {
         std::printf("%s ready\n", path);
         std::fflush(stdout);
     }
-    lock_file(stream, mode[0] == 'w');
+    return stream;
+}
+
+}  // namespace
+
+FILE* CM_Fopen(const char* path, const char* mode) {
+    FILE* stream = open_waiting(path, mode);
+    while (!lock_file(stream, mode[0] == 'w')) {
+        std::fclose(stream);
+        stream = open_waiting(path, mode);
+    }
     return stream;
 }
 

@@ -23,21 +23,23 @@ constexpr size_t kWriteChunk = size_t{1} << 16;
 
 // ---- Reading ----
 
-enum class HeaderError { kNone, kNoData, kMagic, kSize, kMax };
+enum class LoadError { kNone, kNoData, kMagic, kSize, kMax, kRead };
 
 // The magic line: at most 15 characters up to and including the newline; only two of them count.
-HeaderError read_magic(FILE* in, PnmKind kind) {
+LoadError read_magic(FILE* in, PnmKind kind) {
     char line[15];
     int n = 0;
-    errno = 0;
     for (int c = 0; n < 15 && c != '\n' && (c = std::getc(in)) != EOF;) {
         line[n++] = static_cast<char>(c);
     }
     if (n == 0) {
-        return HeaderError::kNoData;
+        if (!std::ferror(in)) {
+            errno = ENODATA;  // an empty file sets none
+        }
+        return LoadError::kNoData;
     }
     const bool ok = n >= 2 && line[0] == 'P' && line[1] == static_cast<char>(kind);
-    return ok ? HeaderError::kNone : HeaderError::kMagic;
+    return ok ? LoadError::kNone : LoadError::kMagic;
 }
 
 // Skips up to and including the next newline; false at end of file.
@@ -83,9 +85,9 @@ bool scan_number(FILE* in, uint64_t limit, uint64_t& value) {
     return digits && !negative && value >= 1 && value <= limit;
 }
 
-HeaderError read_header(FILE* in, PnmKind kind, PackedImage& image) {
-    const HeaderError magic = read_magic(in, kind);
-    if (magic != HeaderError::kNone) {
+LoadError read_header(FILE* in, PnmKind kind, PackedImage& image) {
+    const LoadError magic = read_magic(in, kind);
+    if (magic != LoadError::kNone) {
         return magic;
     }
     skip_comments(in);
@@ -94,15 +96,15 @@ HeaderError read_header(FILE* in, PnmKind kind, PackedImage& image) {
     uint64_t height = 0;
     uint64_t max_value = 0;
     if (!scan_number(in, kMaxSide, width) || !scan_number(in, kMaxSide, height)) {
-        return HeaderError::kSize;
+        return LoadError::kSize;
     }
     // A frame of 32-bit samples must be addressable, whatever the file's own sample size.
     const uint64_t channels = kind == PnmKind::kColour ? 3 : 1;
     if (width * height > static_cast<uint64_t>(PTRDIFF_MAX) / (channels * sizeof(int32_t))) {
-        return HeaderError::kSize;
+        return LoadError::kSize;
     }
     if (!scan_number(in, std::numeric_limits<uint32_t>::max(), max_value) || !skip_line(in)) {
-        return HeaderError::kMax;
+        return LoadError::kMax;
     }
     image.width = static_cast<uint32_t>(width);
     image.height = static_cast<uint32_t>(height);
@@ -110,34 +112,39 @@ HeaderError read_header(FILE* in, PnmKind kind, PackedImage& image) {
     image.max_value = static_cast<uint32_t>(max_value);
     image.depth = static_cast<int>(std::ceil(std::log2(static_cast<double>(max_value))));
     image.sample_bytes = (image.depth + 7) / 8;
-    return HeaderError::kNone;
+    return LoadError::kNone;
 }
 
-// Prints what is wrong with a header; the texts are the ones that scripts look for.
-void print_header_error(HeaderError error, PnmKind kind, const char* path) {
+// Prints what is wrong with a file; the texts are the ones that scripts look for. To be called before
+// anything else sets errno.
+void print_load_error(LoadError error, PnmKind kind, const char* path) {
     switch (error) {
-        case HeaderError::kNoData:
+        case LoadError::kNoData:
             std::perror(path);
             break;
-        case HeaderError::kMagic:
+        case LoadError::kMagic:
             std::fprintf(stderr, "Invalid image format (must be 'P%c') (error loading '%s')\n",
                          static_cast<char>(kind), path);
             break;
-        case HeaderError::kSize:
+        case LoadError::kSize:
             std::fprintf(stderr, "Invalid image size (error loading '%s')\n", path);
             break;
-        case HeaderError::kMax:
+        case LoadError::kMax:
             std::fprintf(stderr, "Invalid max_rgb (error loading '%s')\n", path);
             break;
-        case HeaderError::kNone:
+        case LoadError::kRead:
+            std::fprintf(stderr, "Unable to read file '%s': %s\n", path, std::strerror(errno));
+            break;
+        case LoadError::kNone:
             break;
     }
 }
 
-void read_payload(FILE* in, PackedImage& image, PlaneMemory* memory) {
+LoadError read_payload(FILE* in, PackedImage& image, PlaneMemory* memory) {
     const size_t size = image.samples() * static_cast<size_t>(image.sample_bytes);
     image.bytes = memory != nullptr ? memory->take(size) : allocate_bytes(size);
     image.present = size > 0 ? std::fread(image.bytes.get(), 1, size, in) : 0;
+    return std::ferror(in) ? LoadError::kRead : LoadError::kNone;
 }
 
 void log_depth(const PackedImage& image, PnmKind kind, int log_line) {
@@ -159,23 +166,23 @@ void log_missing_samples(const PackedImage& image, const char* path) {
 
 // Opens, reads and closes. On an error the message has been printed and `image` is unfinished. An image
 // larger than `room`, if given, is refused before any memory is taken for it.
-HeaderError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image, PlaneMemory* memory,
-                     const FRAME* room) {
+LoadError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image, PlaneMemory* memory,
+                   const FRAME* room) {
     FILE* const in = CM_Fopen(path, "rb");
-    HeaderError error = read_header(in, kind, image);
-    if (error == HeaderError::kNone) {
+    LoadError error = read_header(in, kind, image);
+    if (error == LoadError::kNone) {
         log_depth(image, kind, log_line);
         if (room != nullptr && (image.width > room->width || image.height > room->height)) {
-            error = HeaderError::kSize;
+            error = LoadError::kSize;
         } else {
-            read_payload(in, image, memory);
+            error = read_payload(in, image, memory);
         }
     }
-    if (error != HeaderError::kNone) {
-        print_header_error(error, kind, path);
+    if (error != LoadError::kNone) {
+        print_load_error(error, kind, path);
     }
     CM_Fclose(in);
-    if (error == HeaderError::kNone) {
+    if (error == LoadError::kNone) {
         log_missing_samples(image, path);
     }
     return error;
@@ -401,7 +408,7 @@ void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
 
 PackedImage read_pnm(const char* path, PnmKind kind, int log_line, PlaneMemory* memory) {
     PackedImage image;
-    if (load_pnm(path, kind, log_line, image, memory, nullptr) != HeaderError::kNone) {
+    if (load_pnm(path, kind, log_line, image, memory, nullptr) != LoadError::kNone) {
         std::exit(kExitFile);
     }
     return image;
@@ -474,7 +481,7 @@ FRAME* CM_ReadPPM5(const char* path, uint32_t file_type) {
 
 int CM_ReadPPM5_safe(const char* path, FRAME* frame) {
     cm::PackedImage image;
-    if (cm::load_pnm(path, cm::PnmKind::kGrey, 487, image, nullptr, frame) != cm::HeaderError::kNone) {
+    if (cm::load_pnm(path, cm::PnmKind::kGrey, 487, image, nullptr, frame) != cm::LoadError::kNone) {
         return -1;
     }
     cm::fill_frame(image, *frame);

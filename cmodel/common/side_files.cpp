@@ -1,4 +1,5 @@
 // RAW planes, hexadecimal text, histograms, and a look at three neighbouring samples.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -67,6 +68,9 @@ FRAME* CM_ReadRAW(const char* path, uint32_t format, int k, int layout, uint32_t
             offset = -1;
         }
         const size_t present = read_at(in, offset, row.get(), row_bytes);
+        if (std::ferror(in)) {
+            cm::fatal(cm::kExitFile, "Unable to read file '%s': %s\n", path, std::strerror(errno));
+        }
         missing += width - present / kRawBytes;
         for (size_t x = 0; x < width; ++x) {
             frame->data[size_t{y} * width + x] = decode_raw(row.get(), present, x);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "fatal.h"
 
 namespace eetool {
 
@@ -35,6 +36,7 @@ int main(int argc, char** argv) {
     using eetool::Command;
     const Command* const commands[] = {&eetool::kClassic, &eetool::kIni, &eetool::kPattern};
 
+    cm::prepare_program();
     log_set_quiet(true);
     CLI::App app("Companion of the edge-enhancement model.", "eetool");
     app.require_subcommand(1);

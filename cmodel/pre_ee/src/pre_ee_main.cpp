@@ -16,6 +16,8 @@ namespace {
 constexpr const char* kSource = "pre_ee_main";
 constexpr int kWords = 15;
 
+FILE* log_file;  // never closed: records come until the end
+
 // Words of the command line.
 enum Arg {
     kProgram,
@@ -54,13 +56,21 @@ int parse_int(const char* text) {
     std::exit(cm::kExitFormat);
 }
 
-void open_log(const char* path, int level) {
+FILE* open_log(const char* path, int level) {
     FILE* const log = std::fopen(path, "a");
     if (log == nullptr) {
         cm::fatal(cm::kExitFile, "Unable to open log file '%s'\n", path);
     }
     log_add_fp(log, level);
     log_set_quiet(true);
+    return log;
+}
+
+// Before the output is written: a run whose log is not whole has none.
+void check_log(char** argv) {
+    if (std::ferror(log_file) != 0) {
+        cm::fatal(cm::kExitFile, "Unable to write log file '%s'\n", argv[kLogFile]);
+    }
 }
 
 cm::PackedImage read_plane(const char* path, cm::PlaneMemory& memory) {
@@ -84,7 +94,7 @@ void warn_about_chroma_size(const cm::EePlanes& planes) {
 }
 
 // The block is off: the luma goes out as it came in, at its own depth.
-void write_copy(const cm::RowSource& luma, const char* path) {
+void write_copy(const cm::RowSource& luma, char** argv) {
     const int width = luma.width();
     const size_t sample_bytes = static_cast<size_t>(cm::written_bytes(luma.depth()));
     const size_t row_bytes = static_cast<size_t>(width) * sample_bytes;
@@ -95,18 +105,20 @@ void write_copy(const cm::RowSource& luma, const char* path) {
         cm::pack_samples(row.get(), static_cast<size_t>(width), static_cast<int>(sample_bytes),
                          packed.get() + static_cast<size_t>(y) * row_bytes);
     }
-    cm::write_pgm(path, static_cast<uint32_t>(width), static_cast<uint32_t>(luma.height()), luma.depth(),
-                  packed.get());
+    check_log(argv);
+    cm::write_pgm(argv[kOut], static_cast<uint32_t>(width), static_cast<uint32_t>(luma.height()),
+                  luma.depth(), packed.get());
 }
 
-void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, const char* path) {
+void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, char** argv) {
     cm::check_pre_ee_planes(planes);
     const size_t width = static_cast<size_t>(planes.luma.width());
     const size_t height = static_cast<size_t>(planes.luma.height());
     const cm::Bytes packed = memory.take(width * height);
     cm::ByteSink sink(packed.get(), planes.luma.width());
     cm::run_pre_ee(planes, sink);
-    cm::write_pgm(path, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
+    check_log(argv);
+    cm::write_pgm(argv[kOut], static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
 }
 
 void run_ycbcr(char** argv) {
@@ -122,11 +134,11 @@ void run_ycbcr(char** argv) {
     const cm::EePlanes planes{cm::RowSource(luma),  cm::RowSource(cb),     cm::RowSource(cr),
                               cm::RowSource(image), cm::RowSource(motion), cm::RowSource(fusion)};
     if (!cm::block_enabled()) {
-        write_copy(planes.luma, argv[kOut]);
+        write_copy(planes.luma, argv);
         return;
     }
     warn_about_chroma_size(planes);
-    sharpen(planes, memory, argv[kOut]);
+    sharpen(planes, memory, argv);
 }
 
 // RGB input has no fused luma, so texture mode 1 cannot run; told before anything is read.
@@ -158,21 +170,22 @@ void run_rgb(char** argv) {
                               cm::RowSource(motion),
                               std::nullopt};
     if (!cm::block_enabled()) {
-        write_copy(planes.luma, argv[kOut]);
+        write_copy(planes.luma, argv);
         return;
     }
-    sharpen(planes, memory, argv[kOut]);
+    sharpen(planes, memory, argv);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    cm::prepare_program();
     if (argc != kWords) {
         print_usage_and_exit(argc, argv);
     }
     std::snprintf(dbg_path, sizeof dbg_path, "%s", argv[kDbgPath]);
     dump_dbg_img = parse_int(argv[kDumpDbgImg]) != 0;
-    open_log(argv[kLogFile], parse_int(argv[kLogLevel]));
+    log_file = open_log(argv[kLogFile], parse_int(argv[kLogLevel]));
     const int mode = parse_int(argv[kMode]);
 
     INIT_EE_REG(argv[kInsName]);

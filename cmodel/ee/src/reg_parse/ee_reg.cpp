@@ -13,6 +13,7 @@
 #include <string>
 
 #include "ee_reg_table.h"
+#include "fatal.h"
 
 EE_REG ee_reg;
 
@@ -202,6 +203,31 @@ int dump_set(const char* path_text, const DumpedSet& set) {
     return 0;
 }
 
+// ---- INI load ----
+
+// As ini_parse(), which takes a file that cannot be read to its end, or memory that cannot be had, for the
+// end: half a setting would follow, in silence. Negative: there is nothing to read.
+int parse_ini(const char* path) {
+    constexpr int kNoMemory = -2;
+    FILE* const in = std::fopen(path, "r");
+    if (in == nullptr) {
+        return -1;
+    }
+    const int result = ini_parse_file(in, ee_reg_loader, &ee_reg);
+    const int error = std::ferror(in) ? errno : 0;
+    std::fclose(in);
+    if (result == kNoMemory) {
+        cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
+    }
+    if (error == EISDIR) {
+        return -1;
+    }
+    if (error != 0) {
+        cm::fatal(cm::kExitFile, "Unable to read file '%s': %s\n", path, std::strerror(error));
+    }
+    return result;
+}
+
 }  // namespace
 
 int INIT_EE_REG(const char* ins_name) {
@@ -226,7 +252,7 @@ int LOAD_EE_INI(const char* path) {
     ini_initial_alloc = kMaxLine;
 
     log_log(LOG_DEBUG, kSource, 47, "[LOAD] Load ee INI configurations...");
-    if (ini_parse(path, ee_reg_loader, &ee_reg) < 0) {
+    if (parse_ini(path) < 0) {
         log_log(LOG_DEBUG, kSource, 49, "Can't handle ee_reg.");
         return 1;
     }
