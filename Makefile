@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs.
 
-.PHONY: all demo test bench fuzz deps release clean
+.PHONY: all demo test test-long bench fuzz deps release clean
 
 all: release
 
@@ -21,6 +21,10 @@ test: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+# What takes more than two minutes: all steps of the fault tests, 20,000 runs against the plain model.
+test-long: release
+	ctest --preset release -C Long -L long
 
 # The table of docs/performance.md, and the time of each block. PHOTO=picture.ppm measures a photograph
 # (8-bit P6); without it a synthetic picture serves.

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "common.h"
+#include "fatal.h"
 
 namespace {
 
@@ -60,19 +61,25 @@ FILE* open_unlocked(const char* path, const char* mode) {
 }
 
 // False for a file that was deleted while another process held its lock: what is written there is lost.
-bool lock_file(FILE* stream, bool truncate) {
+bool lock_file(FILE* stream, const char* path, bool truncate) {
     const int fd = fileno(stream);
-    while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    int result;
+    while ((result = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (result != 0) {
+        log_log(LOG_WARN, "common", __LINE__, "%s cannot be locked: %s", path, std::strerror(errno));
+    }
+    if (!truncate) {
+        return true;
     }
     struct stat info;
-    if (truncate && fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
-        if (info.st_nlink == 0) {
-            return false;
-        }
-        if (info.st_size > 0) {
-            // Nothing is lost when this fails: the new content is written over the old from the start.
-            [[maybe_unused]] const int result = ftruncate(fd, 0);
-        }
+    const bool known = fstat(fd, &info) == 0;
+    if (known && S_ISREG(info.st_mode) && info.st_nlink == 0) {
+        return false;
+    }
+    // The old content must not stay behind the new.
+    if (!known || (S_ISREG(info.st_mode) && info.st_size > 0 && ftruncate(fd, 0) != 0)) {
+        cm::fatal(cm::kExitFile, "Unable to write file '%s': %s\n", path, std::strerror(errno));
     }
     return true;
 }
@@ -95,7 +102,7 @@ FILE* open_waiting(const char* path, const char* mode) {
 
 FILE* CM_Fopen(const char* path, const char* mode) {
     FILE* stream = open_waiting(path, mode);
-    while (!lock_file(stream, mode[0] == 'w')) {
+    while (!lock_file(stream, path, mode[0] == 'w')) {
         std::fclose(stream);
         stream = open_waiting(path, mode);
     }

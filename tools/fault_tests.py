@@ -1,0 +1,529 @@
+#!/usr/bin/env python3
+"""Runs the program among real processes and under faults of its surroundings; says what held.
+
+    fault_tests.py BUILD_DIR [--only TEXT] [--long] [--list]
+
+Every output is compared with that of an undisturbed run. A case prints `ok`, `FAIL` and why, or `skipped`
+where the system lacks what the fault needs. --long takes every step of the sweeps. Status 1: a case failed.
+"""
+import argparse, contextlib, fcntl, os, random, re, resource, shutil, signal, subprocess, sys, tempfile, time
+
+args = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+args.add_argument("build")
+args.add_argument("--only", default="", metavar="TEXT", help="the cases whose name contains it")
+args.add_argument("--long", action="store_true")
+args.add_argument("--list", action="store_true")
+args = args.parse_args()
+
+LIMIT = 60  # seconds that anything may take; what waits longer hangs
+NOBODY = 65534
+BASE = tempfile.mkdtemp(prefix="cmodel-faults.")
+os.chmod(BASE, 0o755)
+cases = []
+
+
+def case(name):
+    return lambda function: cases.append((name, function))
+
+
+class Skip(Exception):
+    pass
+
+
+def program(name):
+    """A copy that any user can run."""
+    copy = os.path.join(BASE, name)
+    if not os.path.exists(copy):
+        shutil.copy(os.path.join(args.build, name), copy)
+    return copy
+
+
+def need(condition, text):
+    if not condition:
+        raise AssertionError(text)
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def write(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+    return path
+
+
+class Job:
+    """A frame, a register setting, and the paths of one run of the program."""
+    INPUTS = ("y", "cb", "cr", "ynr", "mmap", "fusion")
+
+    def __init__(self, width=64, height=48, gain=96, debug=0, like=None):
+        self.dir = tempfile.mkdtemp(dir=BASE)
+        os.chmod(self.dir, 0o777)
+        self.paths = {name: f"{self.dir}/{name}" for name in (*self.INPUTS, "ini", "log", "out", "dbg")}
+        self.debug = debug
+        os.mkdir(self.paths["dbg"])
+        os.chmod(self.paths["dbg"], 0o777)
+        write(self.paths["ini"], b"[ee0]\nreg_ee_total_gain = %d\nreg_ee_bright_luma_thr = 120\n"
+              b"reg_ee_bright_edge_thr = 60\nreg_ee_bright_edge_strength = 1400\n" % gain)
+        noise = random.Random(width)
+        for name in self.INPUTS:
+            w = width // 2 if name in ("cb", "cr") else width
+            most, size = (2047, 2) if name == "fusion" else (255, 1)
+            samples = bytes(b & (7 if size == 2 and i % 2 == 0 else 255)
+                            for i, b in enumerate(noise.randbytes(w * height * size)))
+            write(self.paths[name], b"P5\n%d %d\n%d\n" % (w, height, most) + samples)
+        if like:
+            self.paths.update({name: like.paths[name] for name in self.INPUTS})
+        self.whole = None
+        self.whole = self.undisturbed()
+
+    def undisturbed(self, **other):
+        with tempfile.TemporaryDirectory(dir=BASE) as place:
+            out = f"{place}/out"
+            result = run(self.command(out=out, log=f"{place}/log", dbg=place, **other))
+            need(result.returncode == 0, f"an undisturbed run ends with {result.returncode}")
+            return read(out)
+
+    def command(self, **other):
+        p = {**self.paths, **other}
+        return [program("pre_ee_main"), p["ini"], p["log"], "1", "0", "1", p["dbg"], str(self.debug), p["y"], p["cb"],
+                p["cr"], p["ynr"], p["mmap"], p["out"], p["fusion"]]
+
+    def start(self, **other):
+        return subprocess.Popen(self.command(**other), stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def state(self, path=None):
+        """What became of the output: none, empty, short, whole or WRONG."""
+        path = path or self.paths["out"]
+        if not os.path.isfile(path):
+            return "none"
+        data = read(path)
+        if data == self.whole:
+            return "whole"
+        return "empty" if not data else "short" if len(data) < len(self.whole) else "WRONG"
+
+    def expect(self, status, stderr, state, result, out=None):
+        need(result.returncode == status, f"status {result.returncode}, not {status}: {result.stderr!r}")
+        need(re.fullmatch(stderr, result.stderr.decode()), f"standard error says {result.stderr!r}")
+        need(self.state(out) in state.split(), f"the output is {self.state(out)}")
+
+
+def run(command, **more):
+    return subprocess.run(command, capture_output=True, timeout=LIMIT, **more)
+
+
+def finish(process):
+    """The result of a process that was started."""
+    try:
+        out, err = process.communicate(timeout=LIMIT)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        raise
+    return subprocess.CompletedProcess(process.args, process.returncode, out, err)
+
+
+def wait_for(stream, text):
+    """Reads a process's output up to the line that begins so."""
+    for line in stream:
+        if line.decode().startswith(text):
+            return
+    raise AssertionError(f"never said: {text}")
+
+
+@contextlib.contextmanager
+def locked(path, flags=os.O_RDWR):
+    fd = os.open(path, flags, 0o666)
+    fcntl.flock(fd, fcntl.LOCK_EX)
+    try:
+        yield fd
+    finally:
+        os.close(fd)
+
+
+@contextlib.contextmanager
+def small_disk(kib):
+    place = tempfile.mkdtemp(dir=BASE)
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={kib}k", "tmpfs", place], capture_output=True).returncode:
+        raise Skip("may not mount a tmpfs")
+    try:
+        yield place
+    finally:
+        subprocess.run(["umount", place])
+
+
+# ---- Hand-over between processes --------------------------------------------------------------------------
+
+
+@case("hand-over: each input comes late")
+def _():
+    for name in Job.INPUTS:
+        job = Job()
+        late = job.paths[name] + ".late"
+        os.rename(job.paths[name], late)
+        process = job.start()
+        wait_for(process.stdout, f"wait pre frame ready {job.paths[name]}")
+        os.rename(late, job.paths[name])
+        wait_for(process.stdout, f"{job.paths[name]} ready")
+        job.expect(0, "", "whole", finish(process))
+
+
+@case("hand-over: the producer holds the lock and writes slowly")
+def _():
+    job = Job()
+    data = read(job.paths["mmap"])
+    with locked(job.paths["mmap"], os.O_RDWR | os.O_TRUNC) as fd:
+        process = job.start()
+        for i in range(8):
+            os.write(fd, data[i * len(data) // 8:(i + 1) * len(data) // 8])
+            time.sleep(0.05)
+        need(process.poll() is None, "did not wait for the lock")
+    job.expect(0, "", "whole", finish(process))
+
+
+@case("hand-over: the producer is killed half-way")
+def _():
+    job = Job()
+    half = read(job.paths["y"])[:64 * 24 + 13]
+    code = f"import fcntl, time; f = open({job.paths['y']!r}, 'wb', 0); fcntl.flock(f, 2); f.write({half!r}); " \
+           "print(flush=True); time.sleep(600)"
+    producer = subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE)
+    producer.stdout.readline()
+    process = job.start()
+    time.sleep(0.1)
+    need(process.poll() is None, "did not wait for the lock")
+    producer.kill()
+    result = finish(process)
+    need(result.returncode == 0, f"status {result.returncode}")
+    need(re.search(rb"ERROR .*y ends early: 1536 of 3072 samples are missing", read(job.paths["log"])), "not in the log")
+    producer.wait()
+
+
+@case("hand-over: a chain of ten models, started last one first")
+def _():
+    jobs = [Job(gain=16 + 8 * i) for i in range(10)]
+    for job, before in zip(jobs[1:], jobs):
+        job.paths["y"] = before.paths["out"]
+    first = jobs[0].paths["y"]
+    os.rename(first, first + ".late")
+    processes = [job.start() for job in reversed(jobs)]
+    time.sleep(0.2)
+    need(all(p.poll() is None for p in processes), "one did not wait")
+    os.rename(first + ".late", first)
+    for job, process in zip(reversed(jobs), processes):
+        need(finish(process).returncode == 0, "a model failed")
+    for job in jobs:
+        need(read(job.paths["out"]) == job.undisturbed(), "a model read something else than the one before it wrote")
+
+
+@case("hand-over: two models that read what the other writes")
+def _():
+    a, b = Job(gain=40), Job(gain=90)
+    a.paths["out"], b.paths["out"] = b.paths["y"], a.paths["y"]
+    for _ in range(200 if args.long else 20):
+        for process in [a.start(), b.start()]:
+            need(finish(process).returncode == 0, "a model failed")
+    for path in (a.paths["y"], b.paths["y"]):
+        need(len(read(path)) == len(a.whole), "a file is torn")
+
+
+@case("hand-over: the output goes onto each of the inputs")
+def _():
+    for name in Job.INPUTS:
+        job = Job()
+        job.paths["out"] = job.paths[name]
+        job.expect(0, "", "whole", run(job.command()))
+
+
+@case("hand-over: 100 runs side by side on the same inputs")
+def _():
+    job = Job()
+    outputs = [f"{job.dir}/out{i}" for i in range(100)]
+    for process, out in [(job.start(out=out, log=out + ".log"), out) for out in outputs]:
+        job.expect(0, "", "whole", finish(process), out)
+
+
+@case("hand-over: many writers of one output, read all the while")
+def _():
+    jobs = [Job()]
+    jobs += [Job(gain=gain, like=jobs[0]) for gain in range(8, 128, 12)]
+    known = {job.whole for job in jobs}
+    out = jobs[0].paths["out"]
+    seen = 0
+    for _ in range(100 if args.long else 8):
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(out)
+        processes = [job.start(out=out) for job in jobs]
+        while any(p.poll() is None for p in processes):
+            if os.path.exists(out):
+                with locked(out) as fd:
+                    need(os.read(fd, 1 << 20) in known, "a reader saw something that nobody wrote")
+                    seen += 1
+        need(all(finish(p).returncode == 0 for p in processes) and read(out) in known, "a writer failed")
+    need(seen, "nothing was read meanwhile")
+
+
+@case("hand-over: the consumer deletes a file for which a writer waits")
+def _():
+    job = Job()
+    with locked(job.paths["out"], os.O_RDWR | os.O_CREAT):
+        process = job.start()
+        time.sleep(0.3)
+        os.unlink(job.paths["out"])
+    job.expect(0, "", "whole", finish(process))
+
+
+# ---- Files that cannot be used ----------------------------------------------------------------------------
+
+
+@case("files: a directory in place of each")
+def _():
+    for name, status, stderr, state, log in (
+            *((name, 1, ".*: Is a directory\n", "none", "") for name in Job.INPUTS),
+            ("ini", 0, "", "whole", "DEBUG .*Can't handle ee_reg"),
+            ("log", 1, "Unable to open log file '.*log'\n", "none", None)):
+        job = Job()
+        os.rename(job.paths[name], job.paths[name] + ".old") if os.path.exists(job.paths[name]) else None
+        os.mkdir(job.paths[name])
+        if name == "ini":
+            job.whole = job.undisturbed(ini="/nowhere")
+        job.expect(status, stderr, state, run(job.command()))
+        need(log is None or re.search(log, read(job.paths["log"]).decode()), f"{name}: the log does not tell")
+
+
+@case("files: a directory or nothing where a file is written, until it can be")
+def _():
+    for name, path in (("out", "out"), ("dbg", "dbg/dbg_delta_total_8b.ppm")):
+        job = Job(debug=1)
+        path = f"{job.dir}/{path}"
+        os.mkdir(path)
+        process = job.start()
+        wait_for(process.stdout, f"wait pre frame ready {path}")
+        os.rmdir(path)
+        job.expect(0, "", "whole", finish(process))
+        shutil.rmtree(job.paths["dbg"])
+        process = job.start(out=f"{job.dir}/new/out")
+        wait_for(process.stdout, "wait pre frame ready")
+        os.mkdir(job.paths["dbg"])
+        os.mkdir(f"{job.dir}/new")
+        job.expect(0, "", "whole", finish(process), f"{job.dir}/new/out")
+
+
+@case("files: no permission (as an ordinary user)")
+def _():
+    user = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.geteuid() == 0 else {}
+    job = Job()
+    pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+    for name in ("y", "fusion", "out"):
+        write(job.paths["out"], b"old")
+        os.chmod(job.paths["out"], 0o666)
+        os.chmod(job.paths[name], 0)
+        process = subprocess.Popen(job.command(), **pipes, **user)
+        wait_for(process.stdout, f"wait pre frame ready {job.paths[name]}")
+        os.chmod(job.paths[name], 0o666)
+        job.expect(0, "", "whole", finish(process))
+    os.chmod(job.paths["log"], 0)
+    os.unlink(job.paths["out"])
+    job.expect(1, "Unable to open log file '.*'\n", "none", run(job.command(), **user))
+
+
+@case("files: image files that no header fits")
+def _():
+    job = Job()
+    for data, message in (
+            (b"", ".*: No data available"), (b"P", "Invalid image format .*"), (b"P6\n1 1\n255\nabc", "Invalid image format .*"),
+            (b"P5\n64 0\n255\n", "Invalid image size .*"), (b"P5\n-64 48\n255\n", "Invalid image size .*"),
+            (b"P5\n4294967360 48\n255\n", "Invalid image size .*"), (b"P5\n2147483647 2147483647\n255\n", "Invalid image size .*"),
+            (b"P5\nx", "Invalid image size .*"), (b"P5\n64 48\n0\n", "Invalid max_rgb .*"),
+            (b"P5\n64 48\n4294967296\n", "Invalid max_rgb .*"), (b"P5\n64 48\n255", "Invalid max_rgb .*")):
+        write(job.paths["mmap"], data)
+        job.expect(1, message + "\n", "none", run(job.command()))
+
+
+@case("files: standard streams are closed")
+def _():
+    job = Job()
+    late = job.paths["y"] + ".late"
+    os.rename(job.paths["y"], late)
+    process = subprocess.Popen(job.command(), preexec_fn=lambda: os.closerange(0, 3))
+    time.sleep(0.2)
+    os.rename(late, job.paths["y"])
+    need(process.wait(LIMIT) == 0 and job.state() == "whole", f"the output is {job.state()}")
+    lines = read(job.paths["log"]).decode().splitlines()
+    need(not any("wait pre" in line or "depth of" in line for line in lines), "messages are in the log")
+
+
+# ---- Full disks -------------------------------------------------------------------------------------------
+
+
+@case("full disk: /dev/full as output and as log")
+def _():
+    job = Job()
+    for name, message in (("out", "Unable to write file '/dev/full': No space left on device\n"),
+                          ("log", "Unable to write log file '/dev/full'\n")):
+        job.expect(1, message, "none", run(job.command(**{name: "/dev/full"})))
+
+
+@case("full disk: output, debug images and log on a tmpfs that fills")
+def _():
+    for name in ("out", "dbg", "log"):
+        done = 0
+        job = Job(debug=1)
+        for free in range(0, 512, 8 if args.long else 16):
+            with small_disk(512) as disk:
+                write(f"{disk}/filler", bytes((512 - free) << 10))
+                path = disk if name == "dbg" else f"{disk}/{name}"
+                result = run(job.command(**{name: path}))
+                if result.returncode == 0:
+                    done += 1
+                    job.expect(0, "", "whole", result, path if name == "out" else None)
+                    os.path.exists(job.paths["out"]) and os.unlink(job.paths["out"])
+                else:
+                    what = "log file" if name == "log" else "file"
+                    job.expect(1, f"Unable to write {what} '{disk}.*\n", "none empty", result,
+                               path if name == "out" else None)
+        need(0 < done <= free // 16, f"{name}: {done} runs had room")
+
+
+@case("full disk: INI dump; the old text is kept whole somewhere")
+def _():
+    old = b"; mine\n[other]\nkey = 1\n" + b"; line\n" * 3000 + b"[ee0]\nreg_ee_total_gain = 77\n"
+    seen = set()
+    for free in range(0, 80, 4):
+        with small_disk(128) as disk:
+            write(f"{disk}/setting.ini", old)
+            room = os.statvfs(disk)
+            write(f"{disk}/filler", bytes(max(0, room.f_bavail * room.f_frsize - (free << 10))))
+            result = run([program("eetool"), "ini", "--out", f"{disk}/setting.ini", "--instance", "0", "--set",
+                          "reg_ee_total_gain=78"])
+            seen.add(result.returncode)
+            now = [read(f"{disk}/{name}") for name in os.listdir(disk) if name.startswith("setting.ini")]
+            need(any(text.startswith(old[:old.index(b"[ee0]")]) and b"total_gain = 7" in text for text in now),
+                 f"the text is lost with {free} KiB free")
+            need(result.returncode == 0 or result.stderr, "no message")
+    need(len(seen) == 2, f"statuses {seen}")
+
+
+@case("full disk: no file may grow beyond N bytes")
+def _():
+    job = Job()
+
+    def limit(size):
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+
+    for size in range(0, len(job.whole), 1 if args.long else 97):
+        result = run(job.command(log="/dev/null"), preexec_fn=lambda: limit(size))
+        job.expect(1, "Unable to write file '.*': File too large\n", "empty", result)
+    job.expect(0, "", "whole", run(job.command(log="/dev/null"), preexec_fn=lambda: limit(len(job.whole))))
+
+
+# ---- Memory -----------------------------------------------------------------------------------------------
+
+
+@case("memory: `ulimit -v` in steps, until it runs")
+def _():
+    for job in (Job(), Job(debug=1), Job(640, 480, debug=1)):
+        started = False
+        for kib in range(0, 1 << 20, 16 if args.long else 256):
+            result = run(["sh", "-c", 'ulimit -v $0; exec "$@"', str(kib), *job.command()])
+            if result.returncode == 0:
+                break
+            if not started and result.returncode != 1:
+                continue  # the system cannot even load it
+            started = True
+            job.expect(1, "Unable to allocate memory\n|\\(NewFRAME\\).*memory\n", "none empty short", result)
+            need(job.state() != "short" or job.debug, "a part of the output is there")
+        job.expect(0, "", "whole", result)
+        need(started, "never failed")
+
+
+# ---- Killed -----------------------------------------------------------------------------------------------
+
+
+@case("killed: SIGTERM and SIGKILL at any moment, then a clean run")
+def _():
+    job = Job(640, 480, debug=1)
+    start = time.monotonic()
+    need(run(job.command()).returncode == 0, "failed")
+    takes = time.monotonic() - start
+    moments = random.Random(1)
+    states = []
+    for i in range(1000 if args.long else 40):
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(job.paths["out"])
+        process = job.start()
+        time.sleep(moments.uniform(0, 1.2 * takes))
+        process.send_signal(signal.SIGKILL if i % 2 else signal.SIGTERM)
+        result = finish(process)
+        need(result.returncode in (0, -signal.SIGKILL, -signal.SIGTERM), f"status {result.returncode}")
+        states.append(job.state())
+        need(states[-1] != "WRONG", "a wrong output")
+        if i % 10 == 9:
+            job.expect(0, "", "whole", run(job.command()))
+    need("whole" in states and "none" in states, f"only {set(states)}")
+
+
+# ---- Every system call ------------------------------------------------------------------------------------
+
+CALLS = {"openat": "EMFILE EIO", "read": "EIO", "write": "EIO ENOSPC", "close": "EIO", "ftruncate": "EIO",
+         "flock": "ENOLCK EINTR", "fstat,newfstatat": "EIO", "mmap": "ENOMEM", "lseek": "EIO", "linkat": "EIO"}
+
+
+@case("system calls: each fails in turn, or is the last before SIGKILL")
+def _():
+    if not shutil.which("strace") or run(["strace", "-o", "/dev/null", "true"]).returncode:
+        raise Skip("no strace, or it may not trace")
+    job = Job(debug=int(args.long))
+    defaults = job.undisturbed(ini="/nowhere")
+    write(job.paths["out"], b"the output of an earlier run, which is longer than the new one" * 200)
+    shutil.copy(job.paths["out"], job.paths["out"] + ".old")
+    for calls, faults in CALLS.items():
+        for fault in [f"error={name}" for name in faults.split()] + ["signal=KILL"]:
+            for when in [*range(1, 30), *range(30, 1000, 1 if args.long else 10)]:
+                shutil.copy(job.paths["out"] + ".old", job.paths["out"])
+                write(job.paths["log"], b"")
+                result = run(["strace", "-f", "-o", f"{job.dir}/trace", "-e", f"trace={calls}", "-e",
+                              f"inject={calls}:{fault}:when={when}", *job.command()])
+                trace = read(f"{job.dir}/trace")
+                if b"INJECTED" not in trace and b"killed by" not in trace:
+                    break  # it makes fewer such calls
+                old = read(job.paths["out"]) == read(job.paths["out"] + ".old")
+                said = f"{calls} {fault} number {when}: status {result.returncode}, {result.stderr!r}, " \
+                       f"the output is {'old' if old else job.state()}"
+                if result.returncode == 0 and b"Can't handle ee_reg" in read(job.paths["log"]):
+                    need(read(job.paths["out"]) == defaults, said)  # the setting could not be opened: so it says
+                elif result.returncode == 0:
+                    need(job.state() == "whole" and not old, said)
+                elif result.returncode == 1:
+                    fine = ("none", "empty", "whole") if calls == "close" else ("none", "empty")
+                    need(result.stderr and (old or job.state() in fine), said)
+                else:
+                    # before the log is there, it is the system that cannot start it
+                    need(fault == "signal=KILL" or not read(job.paths["log"]), said)
+                    need(old or job.state() != "WRONG", said)
+
+
+failed = skipped = 0
+try:
+    for name, function in cases:
+        if args.only not in name:
+            continue
+        if args.list:
+            print(name)
+            continue
+        start = time.monotonic()
+        try:
+            function()
+            verdict = "ok"
+        except Skip as reason:
+            verdict, skipped = f"skipped ({reason})", skipped + 1
+        except (AssertionError, OSError, subprocess.SubprocessError) as error:
+            verdict, failed = f"FAIL: {error}", failed + 1
+        print(f"{time.monotonic() - start:6.1f} s  {name}: {verdict}", flush=True)
+finally:
+    shutil.rmtree(BASE, ignore_errors=True)
+if not args.list:
+    print(f"{failed} failed, {skipped} skipped")
+sys.exit(failed > 0)
