@@ -41,6 +41,8 @@ std::string scratch_path(const char* name) {
 }
 
 std::string write_file(const std::string& path, const std::string& bytes) {
+    // A new file each time: some file systems write a shortened one to the disk at once.
+    std::filesystem::remove(path);
     std::ofstream(path, std::ios::binary) << bytes;
     return path;
 }

@@ -369,7 +369,7 @@ def _():
 def _():
     for name in ("out", "dbg", "log"):
         done = 0
-        job = Job(debug=1)
+        job = Job(320, 240, debug=1) if name == "out" else Job(debug=1)
         for free in range(0, 512, 8 if args.long else 16):
             with small_disk(512) as disk:
                 write(f"{disk}/filler", bytes((512 - free) << 10))
