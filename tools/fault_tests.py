@@ -6,7 +6,7 @@
 Every output is compared with that of an undisturbed run. A case prints `ok`, `FAIL` and why, or `skipped`
 where the system lacks what the fault needs. --long takes every step of the sweeps. Status 1: a case failed.
 """
-import argparse, contextlib, fcntl, os, random, re, resource, shutil, signal, subprocess, sys, tempfile, time
+import argparse, contextlib, fcntl, os, random, re, resource, select, shutil, signal, subprocess, sys, tempfile, time
 
 args = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
 args.add_argument("build")
@@ -20,6 +20,7 @@ NOBODY = 65534
 BASE = tempfile.mkdtemp(prefix="cmodel-faults.")
 os.chmod(BASE, 0o755)
 cases = []
+children = []  # of the case that runs
 
 
 def case(name):
@@ -92,7 +93,7 @@ class Job:
                 p["cr"], p["ynr"], p["mmap"], p["out"], p["fusion"]]
 
     def start(self, **other):
-        return subprocess.Popen(self.command(**other), stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        return spawn(self.command(**other))
 
     def state(self, path=None):
         """What became of the output: none, empty, short, whole or WRONG."""
@@ -110,25 +111,30 @@ class Job:
         need(self.state(out) in state.split(), f"the output is {self.state(out)}")
 
 
+def spawn(command, **more):
+    children.append(subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
+    return children[-1]
+
+
 def run(command, **more):
     return subprocess.run(command, capture_output=True, timeout=LIMIT, **more)
 
 
 def finish(process):
     """The result of a process that was started."""
-    try:
-        out, err = process.communicate(timeout=LIMIT)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        raise
+    out, err = process.communicate(timeout=LIMIT)
     return subprocess.CompletedProcess(process.args, process.returncode, out, err)
 
 
 def wait_for(stream, text):
     """Reads a process's output up to the line that begins so."""
-    for line in stream:
-        if line.decode().startswith(text):
+    end = time.monotonic() + LIMIT
+    while select.select([stream], [], [], max(0, end - time.monotonic()))[0]:
+        line = stream.readline().decode()
+        if line.startswith(text):
             return
+        if not line:
+            break
     raise AssertionError(f"never said: {text}")
 
 
@@ -188,7 +194,7 @@ def _():
     half = read(job.paths["y"])[:64 * 24 + 13]
     code = f"import fcntl, time; f = open({job.paths['y']!r}, 'wb', 0); fcntl.flock(f, 2); f.write({half!r}); " \
            "print(flush=True); time.sleep(600)"
-    producer = subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE)
+    producer = spawn([sys.executable, "-c", code])
     producer.stdout.readline()
     process = job.start()
     time.sleep(0.1)
@@ -197,7 +203,6 @@ def _():
     result = finish(process)
     need(result.returncode == 0, f"status {result.returncode}")
     need(re.search(rb"ERROR .*y ends early: 1536 of 3072 samples are missing", read(job.paths["log"])), "not in the log")
-    producer.wait()
 
 
 @case("hand-over: a chain of ten models, started last one first")
@@ -314,12 +319,11 @@ def _():
 def _():
     user = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.geteuid() == 0 else {}
     job = Job()
-    pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
     for name in ("y", "fusion", "out"):
         write(job.paths["out"], b"old")
         os.chmod(job.paths["out"], 0o666)
         os.chmod(job.paths[name], 0)
-        process = subprocess.Popen(job.command(), **pipes, **user)
+        process = spawn(job.command(), **user)
         wait_for(process.stdout, f"wait pre frame ready {job.paths[name]}")
         os.chmod(job.paths[name], 0o666)
         job.expect(0, "", "whole", finish(process))
@@ -346,7 +350,7 @@ def _():
     job = Job()
     late = job.paths["y"] + ".late"
     os.rename(job.paths["y"], late)
-    process = subprocess.Popen(job.command(), preexec_fn=lambda: os.closerange(0, 3))
+    process = spawn(job.command(), preexec_fn=lambda: os.closerange(0, 3))
     time.sleep(0.2)
     os.rename(late, job.paths["y"])
     need(process.wait(LIMIT) == 0 and job.state() == "whole", f"the output is {job.state()}")
@@ -521,6 +525,10 @@ try:
             verdict, skipped = f"skipped ({reason})", skipped + 1
         except (AssertionError, OSError, subprocess.SubprocessError) as error:
             verdict, failed = f"FAIL: {error}", failed + 1
+        for child in children:
+            child.kill()
+            child.communicate()
+        children.clear()
         print(f"{time.monotonic() - start:6.1f} s  {name}: {verdict}", flush=True)
 finally:
     shutil.rmtree(BASE, ignore_errors=True)
