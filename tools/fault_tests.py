@@ -112,7 +112,8 @@ class Job:
 
 
 def spawn(command, **more):
-    children.append(subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
+    # no buffer: select() sees all that is there
+    children.append(subprocess.Popen(command, bufsize=0, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
     return children[-1]
 
 
