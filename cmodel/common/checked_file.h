@@ -3,7 +3,6 @@
 #ifndef CMODEL_CHECKED_FILE_H
 #define CMODEL_CHECKED_FILE_H
 
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,7 +51,6 @@ class CheckedFile {
   private:
     [[noreturn]] void fail() const {
         const int error = errno;
-        __fpurge(stream_);  // or the exit would write what is still pending
         struct stat info;
         if (fstat(fileno(stream_), &info) == 0 && S_ISREG(info.st_mode)) {
             [[maybe_unused]] const int result = ftruncate(fileno(stream_), 0);
