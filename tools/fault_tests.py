@@ -427,7 +427,7 @@ def _():
 
 @case("memory: `ulimit -v` in steps, until it runs")
 def _():
-    for job in (Job(), Job(debug=1), Job(640, 480, debug=1)):
+    for job in (Job(), Job(640, 480, debug=1), Job(100000, 1)):  # the last one has long line buffers
         started = False
         for kib in range(0, 1 << 20, 16 if args.long else 256):
             with contextlib.suppress(FileNotFoundError):
