@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs.
 
-.PHONY: all demo test test-long bench fuzz deps release clean
+.PHONY: all demo test test-long bench fuzz mutate deps release clean
 
 all: release
 
@@ -40,6 +40,12 @@ FUZZ_SECONDS ?= 60
 fuzz: deps
 	@tools/install_packages.sh packages-fuzz.txt
 	tools/fuzz.sh $(FUZZ_SECONDS)
+
+# Breaks the model in MUTANTS places, one at a time, and lists the changes that no test notices.
+MUTANTS ?= 300
+MUTANT_SEED ?= 1
+mutate: deps
+	nice tools/mutate.py --count $(MUTANTS) --seed $(MUTANT_SEED)
 
 clean:
 	rm -rf build demo-out
