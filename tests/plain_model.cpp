@@ -74,6 +74,8 @@ I interpolate33(const std::vector<I>& lut, I v, bool circular) {
     return (lut[j] * f + lut[i] * (8 - f) + 1) >> 1;
 }
 
+}  // namespace
+
 I hue_of(I a, I b) {
     if (a == 0 && b == 0) return 0;
     if (b == 0) return a < 1 ? 128 : 0;
@@ -97,6 +99,8 @@ I length_of(I a, I b) {
     const I lo = std::min(magnitude(a), magnitude(b)), hi = std::max(magnitude(a), magnitude(b));
     return std::max(fold(lo * 24 + hi * 127 + 64) >> 7, fold(lo * 71 + hi * 108 + 64) >> 7);
 }
+
+namespace {
 
 Plane sign_image(const Plane& v) {
     Plane out(v.width, v.height, 3, 8);
@@ -313,27 +317,27 @@ void Model::print() {
 
 // ---- Blocks -------------------------------------------------------------------------------------
 
+I Curve::operator()(I x) const {
+    if (x <= in[0]) return out[0];
+    if (x > in[3]) return out[3];
+    int i = 0;
+    while (in[i] < x) ++i;
+    const int j = i - 1;
+    const I y = fold((fold(slope[j] * fold(x - in[j])) >> 4) + out[j]);
+    return clip(y, std::min(out[j], out[i]), std::max(out[j], out[i]));
+}
+
 namespace {
 
-struct Curve {
-    I in[4], out[4], slope[3];
-    I operator()(I x) const {
-        if (x <= in[0]) return out[0];
-        if (x > in[3]) return out[3];
-        int i = 0;
-        while (in[i] < x) ++i;
-        const int j = i - 1;
-        const I y = fold((fold(slope[j] * fold(x - in[j])) >> 4) + out[j]);
-        return clip(y, std::min(out[j], out[i]), std::max(out[j], out[i]));
-    }
-};
-
 Curve curve(Model& m, const std::string& prefix) {
+    const auto value = [&](const char* part, int k) {
+        return static_cast<int>(m.reg(format("ee_%s_lut_%s_%d", prefix.c_str(), part, k)));
+    };
     Curve c{};
     for (int k = 0; k < 4; ++k) {
-        c.in[k] = m.reg(format("ee_%s_lut_in_%d", prefix.c_str(), k));
-        c.out[k] = m.reg(format("ee_%s_lut_out_%d", prefix.c_str(), k));
-        if (k < 3) c.slope[k] = m.reg(format("ee_%s_lut_slope_%d", prefix.c_str(), k));
+        c.in[k] = value("in", k);
+        c.out[k] = value("out", k);
+        if (k < 3) c.slope[k] = value("slope", k);
     }
     return c;
 }
@@ -469,10 +473,10 @@ Plane flat_det(Model& m, const Plane& in, const Plane& fusion, const Plane& delt
 }
 
 void classic_delta(Model& m, const Plane& in, Plane& mf, Plane& hf) {
+    const I on = m.reg("ee_enable");
     const auto band = [&](const int* kernel, int reach) {
         return per_pixel(in, 11, [&](int x, int y) {
-            return m.reg("ee_enable") == 1 ? shift_magnitude(kernel_sum(in, x, y, kernel, reach), 6, 2047)
-                                           : 0;
+            return on == 1 ? shift_magnitude(kernel_sum(in, x, y, kernel, reach), 6, 2047) : 0;
         });
     };
     mf = band(kMf7, 3);
@@ -574,7 +578,8 @@ Plane motion_gain(Model& m, const Plane& motion) {
     const Curve gain = curve(m, "motion");
     if (*std::max_element(gain.out, gain.out + 4) > 128)
         m.log.push_back({4, "ee_hw", -1, "reg_ee_motion_lut_out is greater than 128\n"});
-    return per_pixel(motion, 8, [&](int x, int y) { return gain(m.reg("ee_enable") * motion(x, y)); });
+    const I on = m.reg("ee_enable");
+    return per_pixel(motion, 8, [&](int x, int y) { return gain(on * motion(x, y)); });
 }
 
 Plane total_gain(Model& m, const Plane& delta, const Plane& luma, const Plane& chroma, const Plane& motion) {
@@ -598,12 +603,12 @@ Plane shoot(Model& m, const Plane& delta, const Plane& y, const Plane& max, cons
     const I over = m.reg("ee_total_oshtthrd"), under = m.reg("ee_total_ushtthrd");
     const I over_gain = m.reg("ee_shtctrl_oshtgain"), under_gain = m.reg("ee_shtctrl_ushtgain");
     const I over_clip = m.reg("ee_total_oshtthrd_clp"), under_clip = m.reg("ee_total_ushtthrd_clp");
-    const I twice = pro ? m.reg("ee_shoot_mode") : 0;
+    const I twice = pro ? m.reg("ee_shoot_mode") : 0, on = m.reg("ee_enable");
     m.log.push_back({2, "ee_hw", -1,
                      pro ? format("EE_IOShootPro: reg_ee_shoot_mode = %d", static_cast<int>(twice))
                          : "EE_IOShoot=============================="});
     Plane out = per_pixel(delta, 8, [&](int px, int py) {
-        const I on = m.reg("ee_enable"), d = on * delta(px, py), luma = on * y(px, py);
+        const I d = on * delta(px, py), luma = on * y(px, py);
         const I up = fold((over + (on * max(px, py) - luma)) * 8),
                 dn = fold((on * min(px, py) - luma - under) * 8);
         I excess, base;

@@ -66,6 +66,16 @@ struct Model {
     void assign(const std::string& section, const std::string& key, const std::string& value);
 };
 
+// Curve of four knots, slopes in sixteenths.
+struct Curve {
+    int in[4], out[4], slope[3];
+    I operator()(I x) const;
+};
+
+// Hue (256 a turn) and approximate length of a vector.
+I hue_of(I a, I b);
+I length_of(I a, I b);
+
 // The blocks; each result has the size of its first plane.
 void extremes(const Plane& in, int reach, Plane& max, Plane& min);
 Plane delta_ref(Model& m, const Plane& max, const Plane& min);
