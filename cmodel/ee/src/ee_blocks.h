@@ -116,9 +116,9 @@ LumaGainConfig configure_luma_gain();
 
 struct ChromaGainConfig {
     bool by_lowpass;
-    ByteTable hue_gain;               // by hue
-    CurveTable weight;                // share of the hue gain in 128ths, by amplitude
-    std::vector<uint16_t> by_chroma;  // gain by 256 * Cb + Cr; empty for small frames
+    ByteTable hue_gain;              // by hue
+    CurveTable weight;               // share of the hue gain in 128ths, by amplitude
+    std::vector<int16_t> by_chroma;  // gain by 256 * Cb + Cr; empty for small frames
 };
 ChromaGainConfig configure_chroma_gain(size_t pixels);  // of the frame; decides whether by_chroma pays
 void chroma_gain_row(const int32_t* cb, const int32_t* cr, int32_t* gain, int width,

@@ -90,7 +90,7 @@ CM_ROW_FUNCTION(chroma_compute_row,
 
 // The same from the table over all 8-bit chroma.
 static void chroma_lookup_row(const int32_t* cb, const int32_t* cr, int32_t* __restrict gain, int width,
-                              const uint16_t* __restrict table) {
+                              const int16_t* __restrict table) {
     for (int x = 0; x < width; ++x) {
         gain[x] = table[cb[x] << 8 | cr[x]];
     }
@@ -121,7 +121,7 @@ ChromaGainConfig configure_chroma_gain(size_t pixels) {
         for (int u = 0; u < 256; ++u) {
             std::fill_n(cb, 256, u);
             chroma_compute_row(cb, cr, gain, 256, c);
-            std::copy_n(gain, 256, c.by_chroma.begin() + 256 * u);  // 0..440
+            std::copy_n(gain, 256, c.by_chroma.begin() + 256 * u);  // -64..438
         }
     }
     return c;
