@@ -20,7 +20,10 @@ using Samples = std::vector<int32_t>;
 struct DeleteFrame {
     void operator()(FRAME* f) const { CM_DelFRAME(f); }
 };
-using Frame = std::unique_ptr<FRAME, DeleteFrame>;
+struct Frame : std::unique_ptr<FRAME, DeleteFrame> {
+    using unique_ptr::unique_ptr;
+    operator FRAME*() const { return get(); }
+};
 
 inline Frame make_frame(uint32_t format, uint32_t width, uint32_t height, uint32_t channels, int depth,
                         const Samples& samples = {}) {
@@ -37,25 +40,34 @@ inline Samples samples_of(const FRAME& f) {
     return {f.data, f.data + size_t{f.width} * f.height * f.channels};
 }
 
+inline std::string read_file(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void write_file(const std::filesystem::path& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Each test runs in an empty folder of its own.
 class FileTest : public testing::Test {
   protected:
     FileTest() : dir_(std::filesystem::temp_directory_path() / ("cmodel_test_" + std::to_string(getpid()))) {
         std::filesystem::create_directory(dir_);
+        std::filesystem::current_path(dir_);
     }
-    ~FileTest() override { std::filesystem::remove_all(dir_); }
-
-    std::string path(const char* name) const { return (dir_ / name).string(); }
-    std::string slurp(const char* name) const {
-        std::ifstream in(dir_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    std::string spill(const char* name, const std::string& bytes) const {
-        std::ofstream(dir_ / name, std::ios::binary) << bytes;
-        return path(name);
+    ~FileTest() override {
+        std::filesystem::current_path("/");
+        std::filesystem::remove_all(dir_);
     }
 
-  private:
-    std::filesystem::path dir_;
+    static std::string slurp(const char* name) { return read_file(name); }
+    static const char* spill(const char* name, const std::string& bytes) {
+        write_file(name, bytes);
+        return name;
+    }
+
+    const std::filesystem::path dir_;
 };
 
 #endif
