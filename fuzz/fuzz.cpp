@@ -2,8 +2,6 @@
 
 #include <csetjmp>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 static std::jmp_buf* way_back;  // null outside exit_status()
 static int caught_status;
@@ -38,16 +36,4 @@ std::string scratch_path(const char* name) {
     };
     static const Folder folder;
     return folder.path + "/" + name;
-}
-
-std::string write_file(const std::string& path, const std::string& bytes) {
-    // A new file each time: some file systems write a shortened one to the disk at once.
-    std::filesystem::remove(path);
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
-}
-
-std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "files.h"
+
 // One execution; does not return when something is wrong.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -37,8 +39,6 @@ struct Input {
 
 // A path in a folder of this process under TMPDIR, which goes when the process ends well.
 std::string scratch_path(const char* name);
-std::string write_file(const std::string& path, const std::string& bytes);  // returns the path
-std::string read_file(const std::string& path);
 
 // Runs a call that may end the program; the status it ended with, if it did. What the call owned on its
 // stack at that moment is lost.

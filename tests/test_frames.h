@@ -7,13 +7,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "common.h"
+#include "files.h"
 
 using Samples = std::vector<int32_t>;
 
@@ -38,15 +37,6 @@ inline Frame make_plane(uint32_t width, uint32_t height, const Samples& samples,
 
 inline Samples samples_of(const FRAME& f) {
     return {f.data, f.data + size_t{f.width} * f.height * f.channels};
-}
-
-inline std::string read_file(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-inline void write_file(const std::filesystem::path& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 // Each test runs in an empty folder of its own.
