@@ -1,20 +1,12 @@
 // The companion program, run as users run it, each case in an empty directory.
-#include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 
-#include <algorithm>
-#include <array>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <map>
+#include <regex>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "ee_hw.h"
 #include "ee_reg.h"
+#include "test_frames.h"
 
 namespace {
 
@@ -26,71 +18,40 @@ struct Result {
     std::string text;  // both streams
 };
 
-class Eetool : public testing::Test {
+Result run(const std::string& arguments) {
+    const int status = std::system(("timeout 60 " EETOOL " " + arguments + " >said 2>&1").c_str());
+    const Result result{WEXITSTATUS(status), read_file("said")};
+    fs::remove("said");
+    return result;
+}
+
+Lines lines_of(const std::string& text) {
+    Lines lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+class Eetool : public FileTest {
   protected:
-    void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "eetool_test.XXXXXX").string();
-        dir_ = mkdtemp(name.data());
-        fs::current_path(dir_);
-        log_set_quiet(true);
-    }
-    void TearDown() override {
-        fs::current_path("/");
-        fs::remove_all(dir_);
-    }
+    void SetUp() override { log_set_quiet(true); }
 
-    static Result run(const std::string& arguments) {
-        FILE* const out = popen(("timeout 60 " EETOOL " " + arguments + " 2>&1").c_str(), "r");
-        Result result{-1, {}};
-        std::array<char, 4096> piece;
-        while (std::fgets(piece.data(), piece.size(), out) != nullptr) result.text += piece.data();
-        const int status = pclose(out);
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        return result;
-    }
-
-    static Lines lines_of(const std::string& text) {
-        Lines lines;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
-    }
-
-    static std::string read(const fs::path& path) {
-        std::ostringstream text;
-        text << std::ifstream(path, std::ios::binary).rdbuf();
-        return text.str();
-    }
-
-    static void write(const fs::path& path, const std::string& text) {
-        std::ofstream(path, std::ios::binary) << text;
-    }
-
-    // A register file for instance 0, as lines.
-    static Lines default_ini() {
+    // A register file for instance 0; each replacement ("KEY = VALUE") stands in the place of its key's line.
+    static std::string default_ini(const Lines& replacements = {}) {
+        fs::remove("default.ini");
         run("ini --out default.ini --instance 0");
-        return lines_of(read("default.ini"));
+        std::string text = slurp("default.ini");
+        for (const std::string& by : replacements) replace(text, by.substr(0, by.find(' ')), by);
+        return text;
     }
-
-    // The lines, each replacement ("KEY = VALUE") in the place of its key's line.
-    static Lines replace(Lines lines, const Lines& replacements) {
-        for (const std::string& by : replacements) lines.at(index_of(lines, by.substr(0, by.find(' ')))) = by;
-        return lines;
+    static void replace(std::string& text, const std::string& key, const std::string& line) {
+        const size_t at = text.find("\n" + key + " ") + 1;
+        text.replace(at, text.find('\n', at) - at, line);
     }
-    static size_t index_of(const Lines& lines, const std::string& key) {
-        const auto gives_key = [&](const std::string& line) { return line.starts_with(key + " "); };
-        return static_cast<size_t>(std::find_if(lines.begin(), lines.end(), gives_key) - lines.begin());
-    }
-
-    // Checks the lines with an end of line each, in order.
-    static Result check(const Lines& lines, const char* end = "\n", const char* begin = "") {
-        std::string text = begin;
-        for (const std::string& line : lines) text += line + end;
-        write("x.ini", text);
+    static Result check(const std::string& text) {
+        spill("x.ini", text);
         return run("ini --check x.ini --instance 0");
     }
-
-    fs::path dir_;
 };
 
 TEST_F(Eetool, ExamplesInTheHelpWork) {
@@ -98,25 +59,23 @@ TEST_F(Eetool, ExamplesInTheHelpWork) {
         const Result help = run(command + " --help");
         int examples = 0;
         for (const std::string& line : lines_of(help.text.substr(help.text.find("Example:")))) {
-            if (line.starts_with("  eetool ")) {
-                const Result result = run(line.substr(9));
-                EXPECT_EQ(result.status, 0) << line << '\n' << result.text;
-                ++examples;
-            }
+            if (!line.starts_with("  eetool ")) continue;
+            const Result result = run(line.substr(9));
+            EXPECT_EQ(result.status, 0) << line << '\n' << result.text;
+            ++examples;
         }
         EXPECT_GE(examples, 3) << command;
-        EXPECT_FALSE(fs::is_empty(dir_));
+        EXPECT_FALSE(fs::is_empty("."));
     }
 }
 
-// Twenty mistakes, each with a part of its finding.
 TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {
-    struct Mistake {
+    const struct {
         const char* at;  // key of the default line that is replaced, or "" for one added at the end
         const char* line;
-        const char* finding;
-    };
-    const Mistake mistakes[] = {
+        const char* finding;  // a part of it
+    } mistakes[] = {
+        {"", "reg_ee_total_gain = 40", "outside any section"},
         {"reg_ee_enable", "reg_ee_enalbe = 1", "no register reg_ee_enalbe; did you mean reg_ee_enable?"},
         {"reg_ee_debug_mode", "reg_ee_debug_mode = 16", "does not fit 0..15; it becomes 0"},
         {"reg_ee_dark_luma_thr", "reg_ee_dark_luma_thr = -1", "it becomes 1048575"},
@@ -137,70 +96,75 @@ TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {
         {"", "[sharpening]", "section [sharpening] is not read"},
         {"", "[ee0", "no section, key or comment"},
     };
-    Lines lines = default_ini();
-    lines.pop_back();  // the software set's header, so that what is added belongs to the registers
-    std::map<size_t, std::string> expected;
-    for (const Mistake& mistake : mistakes) {
-        const size_t n = *mistake.at == '\0' ? lines.size() : index_of(lines, mistake.at);
-        lines.resize(std::max(lines.size(), n + 1));
-        lines[n] = mistake.line;
-        expected[n + 2] = mistake.finding;
-        if (lines.back().starts_with("[sh")) {
-            lines.push_back("reg_ee_total_gain = 3");
+    std::string text = default_ini();
+    text.resize(text.find("[ee_sw0]"));  // so that what is added belongs to the registers
+    for (const auto& m : mistakes) {
+        const std::string line = m.line;
+        if (&m == mistakes) {
+            text = line + "\n" + text;
+        } else if (*m.at != '\0') {
+            replace(text, m.at, line);
+        } else {
+            text += line + "\n" + (line == "[sharpening]" ? "reg_ee_total_gain = 3\n" : "");
         }
     }
-    lines.insert(lines.begin(), "reg_ee_total_gain = 40");
-    expected[1] = "outside any section";
-    ASSERT_EQ(expected.size(), 20U);
-
     // A byte-order mark, CR LF and comments change nothing.
-    for (const auto& [begin, end] : {std::pair{"", "\n"}, std::pair{"\xEF\xBB\xBF", "\r\n"}}) {
-        const Result result = check(lines, end, begin);
+    for (const std::string& file :
+         {text, "\xEF\xBB\xBF" + std::regex_replace(text, std::regex("\n"), "\r\n")}) {
+        const Result result = check(file);
         EXPECT_EQ(result.status, 1);
-        for (const auto& [line, finding] : expected) {
-            bool found = false;
-            for (const std::string& said : lines_of(result.text)) {
-                found = found || (said.starts_with("x.ini:" + std::to_string(line) + ": ") &&
-                                  said.find(finding) != std::string::npos);
-            }
-            EXPECT_TRUE(found) << line << ": " << finding << '\n' << result.text;
+        const Lines lines = lines_of(text), said = lines_of(result.text);
+        for (const auto& m : mistakes) {
+            const auto number = std::find(lines.begin(), lines.end(), m.line) - lines.begin() + 1;
+            const std::string where = "x.ini:" + std::to_string(number) + ": ";
+            EXPECT_TRUE(std::any_of(
+                said.begin(), said.end(),
+                [&](const std::string& s) { return s.starts_with(where) && s.find(m.finding) != s.npos; }))
+                << where << m.finding << '\n'
+                << result.text;
         }
     }
 }
 
-// Findings that need a file of their own, all of them listed.
 TEST_F(Eetool, FindsNothingElse) {
-    Lines lines = default_ini();
-    EXPECT_EQ(check(lines).text, "x.ini: all is well\n");
-
-    // Comments, blanks, another instance, a step in a curve, a falling one, signs and leading zeros.
-    Lines fine = replace(lines, {"reg_ee_mcore_gain_lut_in_3 = 254", "reg_ee_mcore_gain_lut_out_3 = 0",
-                                 "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
-                                 "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"});
-    fine.insert(fine.begin(), {"; tuned by hand", "", "  # twice", "[ee1]", "reg_ee_total_gain = 3"});
-    EXPECT_EQ(check(fine).text, "x.ini: all is well\n");
-
-    // A quotient between two slopes: from (64, 34) to (128, 68) it is 8.5.
-    for (const int slope : {7, 8, 9, 10}) {
-        const Result result =
-            check(replace(lines, {"reg_ee_mcore_gain_lut_out_0 = 2", "reg_ee_mcore_gain_lut_out_1 = 34",
-                                  "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
-                                  "reg_ee_mcore_gain_lut_slope_1 = " + std::to_string(slope)}));
-        const bool good = slope == 8 || slope == 9;
-        EXPECT_EQ(result.status, good ? 0 : 1) << result.text;
-        EXPECT_EQ(result.text.find(": 8 or 9 would") == std::string::npos, good) << result.text;
+    std::string missing = default_ini();
+    missing.erase(missing.find("reg_ee_texture_mode"), std::string("reg_ee_texture_mode = 1\n").size());
+    // From (64, 34) to (128, 68) the quotient lies between two slopes: 8.5.
+    const auto with_slope = [](const std::string& slope) {
+        return default_ini({"reg_ee_mcore_gain_lut_out_0 = 2", "reg_ee_mcore_gain_lut_out_1 = 34",
+                            "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
+                            "reg_ee_mcore_gain_lut_slope_1 = " + slope});
+    };
+    const std::string well = "x.ini: all is well\n",
+                      segment = " does not lead from (64, 34) to (128, 68): 8 or 9 would\n";
+    const struct {
+        std::string text, said;
+    } cases[] = {
+        {default_ini(), well},
+        // Comments, blanks, another instance, a step in a curve, a falling one, signs and leading zeros.
+        {"; tuned by hand\n\n  # twice\n[ee1]\nreg_ee_total_gain = 3\n" +
+             default_ini({"reg_ee_mcore_gain_lut_in_3 = 254", "reg_ee_mcore_gain_lut_out_3 = 0",
+                          "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
+                          "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"}),
+         well},
+        {with_slope("7"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 7" + segment},
+        {with_slope("8"), well},
+        {with_slope("9"), well},
+        {with_slope("10"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 10" + segment},
+        {default_ini({"reg_ee_chroma_amp_lut_in_1 = 15"}),
+         "x.ini:175: reg_ee_chroma_amp_lut_slope_1 = 256 does not lead from (15, 0) to (16, 128): 2048 "
+         "would, "
+         "which -2048..2047 does not reach; move the knots apart\n"},
+        {missing, "x.ini:193: [ee0] ends without reg_ee_texture_mode, which has its default 1\n"},
+        {"[ee7]\nreg_ee_enable = 1\n",
+         "x.ini:1: section [ee7] is not read; the registers' section is [ee0]\n"
+         "x.ini:2: there is no section [ee0]: every register has its default\n"},
+    };
+    for (const auto& c : cases) {
+        const Result result = check(c.text);
+        EXPECT_EQ(result.text, c.said);
+        EXPECT_EQ(result.status, c.said == well ? 0 : 1);
     }
-    EXPECT_EQ(
-        check(replace(lines, {"reg_ee_chroma_amp_lut_in_1 = 15"})).text,
-        "x.ini:175: reg_ee_chroma_amp_lut_slope_1 = 256 does not lead from (15, 0) to (16, 128): 2048 would, "
-        "which -2048..2047 does not reach; move the knots apart\n");
-    Lines missing = lines;
-    missing.erase(missing.begin() + 3);
-    EXPECT_EQ(check(missing).text,
-              "x.ini:193: [ee0] ends without reg_ee_texture_mode, which has its default 1\n");
-    EXPECT_EQ(check({"[ee7]", "reg_ee_enable = 1"}).text,
-              "x.ini:1: section [ee7] is not read; the registers' section is [ee0]\n"
-              "x.ini:2: there is no section [ee0]: every register has its default\n");
     for (const char* const path : {"absent.ini", "."}) {
         const Result result = run(std::string("ini --check ") + path);
         EXPECT_EQ(result.status, 2);
@@ -209,21 +173,19 @@ TEST_F(Eetool, FindsNothingElse) {
 }
 
 TEST_F(Eetool, RewritesOnlyItsOwnSection) {
-    write("x.ini", "[other]\nkey = 1\n\n[ee0]\nreg_ee_total_gain = 7\n[tail]\nlast = 2");
-    EXPECT_EQ(run("ini --out x.ini --instance 0 --set reg_ee_total_coring=9").status, 0);
-    const std::string text = read("x.ini");
-    for (const char* const part : {"[other]\nkey = 1\n\n[ee0]\nreg_ee_enable = 1\n", "[tail]\nlast = 2\n",
-                                   "\nreg_ee_total_gain = 7\n", "\nreg_ee_total_coring = 9\n"}) {
-        EXPECT_NE(text.find(part), std::string::npos) << part;
-    }
+    const std::string other = "[other]\nkey = 1\n\n";
+    const auto expect = [&](const std::string& arguments, const Lines& replacements) {
+        EXPECT_EQ(run("ini --out x.ini --instance 0" + arguments).status, 0);
+        std::string registers = default_ini(replacements);
+        registers.insert(registers.find("[ee_sw0]"), "\n[tail]\nlast = 2\n");
+        EXPECT_EQ(slurp("x.ini"), other + registers);
+    };
+    spill("x.ini", other + "[ee0]\nreg_ee_total_gain = 7\n[tail]\nlast = 2");
+    expect(" --set reg_ee_total_coring=9", {"reg_ee_total_gain = 7", "reg_ee_total_coring = 9"});
     EXPECT_EQ(run("ini --check x.ini --instance 0").status, 0);
-    EXPECT_EQ(run("ini --out x.ini --instance 0 --reset").status, 0);
-    EXPECT_EQ(read("x.ini").find("reg_ee_total_gain = 7"), std::string::npos);
-
-    const std::string before = read("x.ini");
     for (const char* const bad : {"reg_ee_enable=2", "reg_ee_enable=1x", "reg_ee_enable", "nothing=1"})
         EXPECT_GE(run(std::string("ini --out x.ini --set ") + bad).status, 100) << bad;
-    EXPECT_EQ(read("x.ini"), before);
+    expect(" --reset", {});
 }
 
 // The same frame as planes and as a colour picture, through the program and through the library.
@@ -241,24 +203,19 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
         const Result result = run(arguments);
         ASSERT_EQ(result.status, 0) << arguments << '\n' << result.text;
     }
-    EXPECT_NE(read("run.log").find("ee3.hw.reg_ee_total_gain = 90"), std::string::npos);
+    EXPECT_NE(slurp("run.log").find("ee3.hw.reg_ee_total_gain = 90"), std::string::npos);
     EXPECT_TRUE(fs::exists("dbg_delta_core_8b.ppm"));
 
     INIT_EE_REG("3");
     ASSERT_EQ(LOAD_EE_INI("ee.ini"), 0);
-    FRAME* frames[5];
-    const char* const paths[] = {"y.pgm", "cb.pgm", "cr.pgm", "ynr.pgm", "mmap.pgm"};
-    for (int k = 0; k < 5; ++k) frames[k] = CM_ReadPPM5(paths[k], 2);
-    EXPECT_EQ(frames[1]->width, 161U);
-    FRAME* const expected = ee_hw(frames[0], frames[1], frames[2], frames[3], frames[4]);
-    CM_WritePPM5("expected.pgm", expected);
-    EXPECT_TRUE(read("a.pgm") == read("expected.pgm"));
-    EXPECT_FALSE(read("a.pgm") == read("ynr.pgm"));
-    CM_DelFRAME(expected);
-    for (FRAME* const frame : frames) CM_DelFRAME(frame);
-
+    const auto read = [](const char* path) { return Frame(CM_ReadPPM5(path, 2)); };
+    EXPECT_EQ(read("cb.pgm")->width, 161U);
+    const Frame expected(
+        ee_hw(read("y.pgm"), read("cb.pgm"), read("cr.pgm"), read("ynr.pgm"), read("mmap.pgm")));
+    EXPECT_EQ(samples_of(*read("a.pgm")), samples_of(*expected));
+    EXPECT_NE(samples_of(*read("a.pgm")), samples_of(*read("ynr.pgm")));
     // The picture is grey, so colour conversion there and back leaves luma alone.
-    EXPECT_TRUE(read("b.pgm") == read("c.pgm"));
+    EXPECT_EQ(samples_of(*read("b.pgm")), samples_of(*read("c.pgm")));
 
     EXPECT_GE(run("classic --y y.pgm --out d.pgm").status, 100);
     EXPECT_GE(run("classic --rgb rgb.ppm --y y.pgm --out d.pgm").status, 100);

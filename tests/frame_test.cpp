@@ -291,11 +291,9 @@ TEST_F(Files, Raw) {
     };
     for (const auto& c : cases) {
         const std::string log = errors_of([&] {
-            EXPECT_EQ(show(CM_ReadRAW("in.raw", 3, c.k, c.layout, 2, 2, 14)), show([&] {
-                          Frame want = make_frame(3, 2, 2, 1, 14, c.expected);
-                          want->file_type = 3;
-                          return want.release();
-                      }()));
+            const Frame f(CM_ReadRAW("in.raw", 3, c.k, c.layout, 2, 2, 14));
+            EXPECT_EQ(samples_of(*f), c.expected);
+            EXPECT_TRUE(f->file_type == 3 && f->format == 3 && f->channels == 1 && f->depth == 14);
         });
         const bool reported = log.find(c.missing + " of 4 samples are missing\n") != log.npos;
         EXPECT_TRUE(c.missing.empty() ? log.empty() : reported) << c.k << ": " << log;
