@@ -56,12 +56,13 @@ TEST(Lut, LineToAStop) {
 
 TEST(Lut, Points) {
     const int single[][6] = {
-        {0, 3, 0, 10, 2, 6},  {0, 3, 0, -10, 2, -6}, {0, 3, 5, 10, 0, 5},
-        {0, 3, 5, 10, 9, 10}, {0, 3, 5, 10, -9, 5},  {3, 0, 5, 10, -1, 10},
-        {3, 0, 5, 10, 4, 5},  {3, 0, 5, 10, 1, 8},   {4, 4, 5, 10, 3, 5},
-        {4, 4, 5, 10, 4, 5},  {4, 4, 5, 10, 5, 5},   {kMin, kMax, 0, kMin, kMin + 1, kMin},  // INT_MIN / -1
+        {0, 3, 0, 10, 2, 6},  {0, 3, 0, -10, 2, -6}, {0, 3, 5, 10, 0, 5}, {0, 3, 5, 10, 9, 10},
+        {0, 3, 5, 10, -9, 5}, {3, 0, 5, 10, -1, 10}, {3, 0, 5, 10, 4, 5}, {3, 0, 5, 10, 1, 8},
+        {4, 4, 5, 10, 3, 5},  {4, 4, 5, 10, 4, 5},   {4, 4, 5, 10, 5, 5},
     };
     for (const auto& c : single) EXPECT_EQ(CM_SingleIntp(c[0], c[1], c[2], c[3], c[4]), c[5]) << c[4];
+    EXPECT_EQ(CM_SingleIntp(kMin, kMax, 0, kMin, kMin + 1), kMin) << "the distance wraps to -1";
+    EXPECT_EQ(CM_SingleIntp(kMin, kMax, 0, 10, kMin + 1), -10);
 
     const int xs[4] = {0, 10, 10, 20};
     const int ys[4] = {5, 15, 40, 60};
@@ -113,11 +114,9 @@ TEST(Lut, Blends) {
 TEST(Lut, AnyArgument) {
     std::mt19937 random(1);
     const int extremes[] = {kMin, kMin + 1, -33, -1, 0, 1, 2, 31, 32, 33, kMax - 1, kMax};
-    int v[12];
     for (int i = 0; i < 20000; ++i) {
-        for (int& k : v) {
-            k = random() % 4 == 0 ? static_cast<int>(random()) : extremes[random() % std::size(extremes)];
-        }
+        int v[12];
+        for (int& k : v) k = static_cast<int>(random() % 4 == 0 ? random() : extremes[random() % 12]);
         CM_LUT(v[0], v, v + 4, v + 8, 4, v[1]);
         for (const auto curve : {CM_LUT3, CM_LUT3_CLIP, CM_interp1})
             curve(v[0], v[1], v[2], v[3], v[4], v[5]);
