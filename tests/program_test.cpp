@@ -114,7 +114,9 @@ std::string draw_file(Random& r, const std::vector<I>& picture, int width, int h
 }
 
 void draw_case(Random& r, Scratch& s, I n) {
-    const int width = r.size(1, r.chance(15) ? 4 : 24), height = r.size(1, r.chance(15) ? 4 : 20);
+    const bool large = n % 100 == 50;  // enough for a table of all chroma values
+    const int width = large ? 450 : r.size(1, r.chance(15) ? 4 : 24);
+    const int height = large ? 440 : r.size(1, r.chance(15) ? 4 : 20);
     const auto max_value = [&](int low, int high) {
         if (r.chance(2))
             return r.pick<I>({1, 2, 3, 256, 65536, 16777217, 4294967295, r.between(1, 4294967295)});
