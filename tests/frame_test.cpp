@@ -208,10 +208,12 @@ TEST_F(Files, ReadImages) {
         spill("g", "P5 extras\n#1\n#2\n3 1\n"s + c.max + "\n" + c.bytes);
         spill("c", "P6\n1 1\n"s + c.max + " ignored\n" + c.bytes);
         const std::string depth = ", depth " + std::to_string(c.depth) + ": ";
-        errors_of([&] {
+        const std::string log = errors_of([&] {
             EXPECT_EQ(show(CM_ReadPPM5("g", 4)), "type 4, format 2, 3x1x1" + depth + c.grey);
             EXPECT_EQ(show(CM_ReadPPM("c", 6)), "type 6, format 0, 1x1x3" + depth + c.colour);
         });
+        for (const char* const line : {"325", "410"})
+            EXPECT_NE(log.find("common:"s + line + ": Color depth"), log.npos) << log;
     }
     // Pixels after the end are visited, each as far as its first channel; one record for the file.
     spill("c", "P6\n3 1\n255\n\1\2\3\4");
