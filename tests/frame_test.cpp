@@ -124,6 +124,11 @@ TEST(Colour, Inverse) {
         {{900, 512, 512}, {255, 255, 255}},  // not 10-bit
         {{302, 606, 43}, {185, 201, 255}},   // 200.4999998 in single precision is 200.5
         {{-1000, INT_MAX, INT_MIN}, {0, 255, 255}},
+        // Where the last digit of each factor shows.
+        {{-1600, 1128, 128}, {0, 0, 132}},
+        {{-1300, 128, 1128}, {71, 0, 0}},
+        {{-6900, 128, -9872}, {0, 82, 0}},
+        {{-3300, -9872, 128}, {0, 65, 0}},
     };
     for (const auto& c : cases) {
         const Frame src = make_frame(CM_FORMAT_YCBCR, 1, 1, 3, 10, c.ycbcr);
@@ -151,6 +156,10 @@ TEST(Chroma, Down) {
     EXPECT_EQ(CM_YCbCr444to420(src, Y, cb420, cr420), 0);
     EXPECT_EQ(samples_of(*cb420), (Samples{124, 122}));
     EXPECT_EQ(samples_of(*cr420), (Samples{204, 202, 224, 222}));
+    const Frame even = make_frame(CM_FORMAT_YCBCR, 2, 1, 3, 8, {0, 100, 200, 1, 101, 201});
+    const Frame y2 = make_plane(2, 1, {}), cb1 = make_plane(1, 1, {}), cr1 = make_plane(1, 1, {});
+    EXPECT_EQ(CM_YCbCr444to422(even, y2, cb1, cr1), 0);
+    EXPECT_TRUE(cb1->data[0] == 100 && cr1->data[0] == 200);
 }
 
 TEST(Chroma, Up) {
@@ -171,6 +180,11 @@ TEST(Chroma, Up) {
               (Samples{100, 110, 120, 110, 105, 118, 131, 118, 110, 125, 141, 125, 105, 118, 131, 118}));
     EXPECT_EQ(samples_of(*Frame(CM_CopySingleCh(dst, 2))),
               (Samples{200, 210, 220, 210, 205, 218, 231, 218, 210, 226, 241, 226, 205, 218, 231, 218}));
+    const Frame nine = make_plane(3, 3, {100, 104, 112, 120, 128, 144, 160, 172, 196});
+    const Frame large = make_frame(CM_FORMAT_YCBCR, 6, 6, 3, 8);
+    CM_YCbCr420to444(make_plane(6, 6, {}), nine, nine, large);
+    const Frame cb6(CM_CopySingleCh(large, 1));
+    EXPECT_EQ((Samples{cb6->data[3], cb6->data[6 * 3], cb6->data[6 * 3 + 3]}), (Samples{108, 140, 160}));
     const Frame above = make_plane(2, 2, {128, 128, 128, 130});
     for (const int depth : {8, 10, 33}) {
         small->depth = depth;
@@ -330,6 +344,13 @@ TEST_F(Files, TextHistogramAndProbe) {
     EXPECT_EQ(slurp("h_"), "0000abc7\n0000abcf\n") << "the eighth channel over the seventh";
 }
 
+TEST_F(Files, CloseTellsOfWhatWasNotWritten) {
+    FILE* const f = CM_Fopen(spill("f", "text"), "rb");
+    std::fputc('x', f);
+    EXPECT_EQ(CM_Fclose(f), EOF);
+    EXPECT_EQ(slurp("f"), "text");
+}
+
 // What cannot be done ends the program.
 TEST_F(Files, FatalCalls) {
     const Frame rgb = make_frame(CM_FORMAT_RGB, 1, 1, 3, 8), ycc = make_frame(CM_FORMAT_YCBCR, 1, 1, 3, 8);
@@ -354,6 +375,7 @@ TEST_F(Files, FatalCalls) {
         {[&] { CM_RGB2YCbCr_safe(rgb, rgb); }, 255, "FATAL common:932: RGB2YCbCr format error"},
         {[&] { CM_YCbCr2RGB(rgb); }, 255, "FATAL common:1078: YCbCr2RGB format error"},
         {[&] { CM_YCbCr2RGB_safe(rgb, ycc); }, 255, "FATAL common:1111: YCbCr2RGB format error"},
+        {[&] { CM_YCbCr2RGB_safe(ycc, y); }, 255, "FATAL common:1111: YCbCr2RGB format error"},
         {[&] { CM_YCbCr444to422(ycc, y, y, none); }, 255, "CM_YCbCr444to422: a chroma plane is 0x1"},
         {[&] { CM_YCbCr420to444(y, y, y, y); }, 255, "a frame of 3 channels is needed, not of 1"},
         {[] { CM_ReadPPM("p5", 0); }, 1,

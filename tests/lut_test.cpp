@@ -46,6 +46,7 @@ TEST(Lut, LineToAStop) {
         {99, 4, 7, 2, -5, 2, 2, 2, 2},         // stopped downwards
         {6, 4, 7, 7, -5, 2, 5, 4, 5},          // y0 = y1 stops upwards
         {5, 0, 0, 100, 1, 0, 5, 5, kMin + 5},  // no shift, no half; one of them adds 2^31
+        {4, 4, 7, 90, 5, 32, 7, 7, 7},         // at the start the shift does not matter
     };
     for (const auto& c : cases) {
         EXPECT_EQ(CM_LUT3(c[0], c[1], c[2], c[3], c[4], c[5]), c[6]) << c[0];
@@ -56,9 +57,12 @@ TEST(Lut, LineToAStop) {
 
 TEST(Lut, Points) {
     const int single[][6] = {
-        {0, 3, 0, 10, 2, 6},  {0, 3, 0, -10, 2, -6}, {0, 3, 5, 10, 0, 5}, {0, 3, 5, 10, 9, 10},
-        {0, 3, 5, 10, -9, 5}, {3, 0, 5, 10, -1, 10}, {3, 0, 5, 10, 4, 5}, {3, 0, 5, 10, 1, 8},
-        {4, 4, 5, 10, 3, 5},  {4, 4, 5, 10, 4, 5},   {4, 4, 5, 10, 5, 5},
+        {0, 3, 0, 10, 2, 6},  {0, 3, 0, -10, 2, -6},
+        {0, 3, 5, 10, 0, 5},  {0, 3, 5, 10, 9, 10},
+        {0, 3, 5, 10, -9, 5}, {3, 0, 5, 10, -1, 10},
+        {3, 0, 5, 10, 4, 5},  {3, 0, 5, 10, 1, 8},
+        {4, 4, 5, 10, 3, 5},  {4, 4, 5, 10, 4, 5},
+        {4, 4, 5, 10, 5, 5},  {1 << 20, 0, 0, 1 << 20, 0, 1 << 20},  // in between the product would wrap
     };
     for (const auto& c : single) EXPECT_EQ(CM_SingleIntp(c[0], c[1], c[2], c[3], c[4]), c[5]) << c[4];
     EXPECT_EQ(CM_SingleIntp(kMin, kMax, 0, kMin, kMin + 1), kMin) << "the distance wraps to -1";
@@ -99,6 +103,7 @@ TEST(Lut, Blends) {
         {-7, 5, 1, 1, -1, -1, -1, -1},
         {5, -7, 1, 1, -1, 0, -1, 0},
         {7, 7, 3, 3, 7, 7, 7, 7},
+        {128, 128, 1, 1, 128, 128, 128, 128},
         {9, 4, 1, 0, kMin + 9, 10, 9, kMin + 10},                          // no fraction: the half is 2^31
         {kMax, -2, 1, 1, 1073741823, 1073741822, 1073741822, 1073741823},  // the difference wraps
     };
