@@ -38,17 +38,17 @@ SKIPPED_FILES = {"common.h", "ee_hw.h", "pre_ee_hw.h", "ee_reg.h", "log.h", "lar
 HEADER_ROUNDS = 3  # a header gives a mutant in every third round over the files
 
 # What is likely to notice a change, by file; the first pattern that fits. (program, cases)
-SHORT, MEDIUM = ("program_test", 60), ("program_test", 200)
+SHORT, MEDIUM, POINTS = ("program_test", 60), ("program_test", 200), ("exhaustive_test", 0)
 FIRST_TESTS = [
     ("cmodel/log/*", [("log_test", 0), SHORT]),
     ("*.inc", [("ee_reg_test", 0), SHORT]),
     ("*/reg_parse/*", [("ee_reg_test", 0), SHORT]),
     ("*/lut.cpp", [("lut_test", 0), SHORT]),
     ("*/ee_patterns.cpp", [("patterns_test", 0)]),
-    ("*/chroma_resample.cpp", [("frame_ops_test", 0)]),
-    ("*/side_files.cpp", [("frame_test", 0), ("frame_ops_test", 0)]),
-    ("cmodel/common/*.cpp", [("frame_test", 0), ("frame_ops_test", 0), SHORT]),
-    ("*", [SHORT, MEDIUM]),
+    ("*/chroma_resample.cpp", [("frame_test", 0)]),
+    ("*/side_files.cpp", [("frame_test", 0)]),
+    ("cmodel/common/*.cpp", [("frame_test", 0), SHORT]),
+    ("*", [SHORT, MEDIUM, POINTS]),
 ]
 
 Mutant = namedtuple("Mutant", "file line column old new text")  # text: the line before
