@@ -203,7 +203,8 @@ def _():
     producer.kill()
     result = finish(process)
     need(result.returncode == 0, f"status {result.returncode}")
-    need(re.search(rb"ERROR .*y ends early: 1536 of 3072 samples are missing", read(job.paths["log"])), "not in the log")
+    record = rb"ERROR .*y ends early: 1536 of 3072 samples are missing"
+    need(re.search(record, read(job.paths["log"])), "not in the log")
 
 
 @case("hand-over: a chain of ten models, started last one first")
@@ -336,14 +337,14 @@ def _():
 @case("files: image files that no header fits")
 def _():
     job = Job()
-    for data, message in (
-            (b"", ".*: No data available"), (b"P", "Invalid image format .*"), (b"P6\n1 1\n255\nabc", "Invalid image format .*"),
-            (b"P5\n64 0\n255\n", "Invalid image size .*"), (b"P5\n-64 48\n255\n", "Invalid image size .*"),
-            (b"P5\n4294967360 48\n255\n", "Invalid image size .*"), (b"P5\n2147483647 2147483647\n255\n", "Invalid image size .*"),
-            (b"P5\nx", "Invalid image size .*"), (b"P5\n64 48\n0\n", "Invalid max_rgb .*"),
-            (b"P5\n64 48\n4294967296\n", "Invalid max_rgb .*"), (b"P5\n64 48\n255", "Invalid max_rgb .*")):
-        write(job.paths["mmap"], data)
-        job.expect(1, message + "\n", "none", run(job.command()))
+    for message, *files in ((".*: No data available", b""),
+                            ("Invalid image format .*", b"P", b"P6\n1 1\n255\nabc"),
+                            ("Invalid image size .*", b"P5\n64 0\n255\n", b"P5\n-64 48\n255\n", b"P5\nx",
+                             b"P5\n4294967360 48\n255\n", b"P5\n2147483647 2147483647\n255\n"),
+                            ("Invalid max_rgb .*", b"P5\n64 48\n0\n", b"P5\n64 48\n4294967296\n", b"P5\n64 48\n255")):
+        for data in files:
+            write(job.paths["mmap"], data)
+            job.expect(1, message + "\n", "none", run(job.command()))
 
 
 @case("files: the program is started without standard streams, and tells of an output that it waits for")
@@ -389,37 +390,56 @@ def _():
         need(0 < done <= free // step, f"{name}: {done} runs had room")
 
 
-@case("full disk: INI dump; the old text is kept whole somewhere")
+OLD_INI = b"; mine\n[other]\nkey = 1\n" + b"; line\n" * 3000 + b"[ee0]\nreg_ee_total_gain = 77\n"
+
+
+def dump_ini(place, **more):
+    """The status of an INI dump onto a file, of which the old text or the new must be left."""
+    result = run([program("eetool"), "ini", "--out", f"{place}/setting.ini", "--instance", "0", "--set",
+                  "reg_ee_total_gain=78"], **more)
+    left = [read(f"{place}/{name}") for name in os.listdir(place) if name.startswith("setting.ini")]
+    foreign = OLD_INI[:OLD_INI.index(b"[ee0]")]
+    need(any(text.startswith(foreign) and b"total_gain = 7" in text for text in left), "the text is lost")
+    need(result.returncode == 0 or result.stderr, "no message")
+    return result.returncode
+
+
+@case("full disk: INI dump on a tmpfs that fills")
 def _():
-    old = b"; mine\n[other]\nkey = 1\n" + b"; line\n" * 3000 + b"[ee0]\nreg_ee_total_gain = 77\n"
-    seen = set()
+    statuses = set()
     for free in range(0, 80, 4):
         with small_disk(128) as disk:
-            write(f"{disk}/setting.ini", old)
+            write(f"{disk}/setting.ini", OLD_INI)
             room = os.statvfs(disk)
             write(f"{disk}/filler", bytes(max(0, room.f_bavail * room.f_frsize - (free << 10))))
-            result = run([program("eetool"), "ini", "--out", f"{disk}/setting.ini", "--instance", "0", "--set",
-                          "reg_ee_total_gain=78"])
-            seen.add(result.returncode)
-            now = [read(f"{disk}/{name}") for name in os.listdir(disk) if name.startswith("setting.ini")]
-            need(any(text.startswith(old[:old.index(b"[ee0]")]) and b"total_gain = 7" in text for text in now),
-                 f"the text is lost with {free} KiB free")
-            need(result.returncode == 0 or result.stderr, "no message")
-    need(len(seen) == 2, f"statuses {seen}")
+            statuses.add(dump_ini(disk))
+    need(len(statuses) == 2, f"only {statuses}")
 
 
-@case("full disk: no file may grow beyond N bytes")
+def limit_files(size):
+    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+
+
+@case("full disk: no file may grow beyond N bytes (which takes no rights)")
 def _():
     job = Job()
-
-    def limit(size):
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-        resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
-
-    for size in range(0, len(job.whole), 1 if args.long else 97):
-        result = run(job.command(log="/dev/null"), preexec_fn=lambda: limit(size))
-        job.expect(1, "Unable to write file '.*': File too large\n", "empty", result)
-    job.expect(0, "", "whole", run(job.command(log="/dev/null"), preexec_fn=lambda: limit(len(job.whole))))
+    for debug, log, file, state in ((0, "/dev/null", "file '.*/out'", "empty"), (0, "log", "log file '.*/log'", "none"),
+                                    (1, "/dev/null", "file '.*/dbg/.*'", "none")):
+        job.debug = debug
+        log = log if log == "/dev/null" else job.paths["log"]
+        for size in range(0, len(job.whole), 1 if args.long else 97):
+            with contextlib.suppress(FileNotFoundError):
+                os.unlink(job.paths["out"])
+            result = run(job.command(log=log), preexec_fn=lambda: limit_files(size))
+            job.expect(1, f"Unable to write {file}(: File too large)?\n", state, result)
+    job.debug = 0
+    job.expect(0, "", "whole", run(job.command(log="/dev/null"), preexec_fn=lambda: limit_files(len(job.whole))))
+    statuses = set()
+    for size in range(len(OLD_INI) - 99, len(OLD_INI) + 9000, 97):
+        write(f"{job.dir}/setting.ini", OLD_INI)
+        statuses.add(dump_ini(job.dir, preexec_fn=lambda: limit_files(size)))
+    need(len(statuses) == 2, f"only {statuses}")
 
 
 # ---- Memory -----------------------------------------------------------------------------------------------
