@@ -21,6 +21,7 @@ BASE = tempfile.mkdtemp(prefix="cmodel-faults.")
 os.chmod(BASE, 0o755)
 cases = []
 children = []  # of the case that runs
+processes = 0
 
 
 def case(name):
@@ -112,12 +113,16 @@ class Job:
 
 
 def spawn(command, **more):
+    global processes
+    processes += 1
     # no buffer: select() sees all that is there
     children.append(subprocess.Popen(command, bufsize=0, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
     return children[-1]
 
 
 def run(command, **more):
+    global processes
+    processes += 1
     return subprocess.run(command, capture_output=True, timeout=LIMIT, **more)
 
 
@@ -544,7 +549,7 @@ try:
         if args.list:
             print(name)
             continue
-        start = time.monotonic()
+        start, processes = time.monotonic(), 0
         try:
             function()
             verdict = "ok"
@@ -556,7 +561,7 @@ try:
             child.kill()
             child.communicate()
         children.clear()
-        print(f"{time.monotonic() - start:6.1f} s  {name}: {verdict}", flush=True)
+        print(f"{time.monotonic() - start:6.1f} s  {name}: {verdict}, {processes} processes", flush=True)
 finally:
     shutil.rmtree(BASE, ignore_errors=True)
 if not args.list:
