@@ -2,6 +2,8 @@
 // are compared with a second table in program_test, loading and dumping of any bytes in the fuzz targets.
 #include "ee_reg.h"
 
+#include <ini.h>
+
 #include <map>
 
 #include "ee_reg_table.h"
@@ -35,7 +37,9 @@ class EeReg : public FileTest {
     }
     static void load(const std::string& text) {
         records.clear();
+        const auto caller_line = ini_max_line;
         EXPECT_EQ(LOAD_EE_INI(spill("a.ini", text)), 0);
+        EXPECT_EQ(ini_max_line, caller_line) << "the process's own parser switches";
     }
     // The hardware set as the dump writes it.
     static std::string hw_section() {

@@ -205,6 +205,31 @@ int dump_set(const char* path_text, const DumpedSet& set) {
 
 // ---- INI load ----
 
+// The parser's switches for a line buffer of two million characters. They are the process's, which may use
+// the parser for files of its own, so they are put back.
+class LongLines {
+  public:
+    LongLines() {
+        ini_use_stack = false;
+        ini_allow_realloc = false;
+        ini_max_line = ini_initial_alloc = 2000000;
+    }
+    ~LongLines() {
+        ini_use_stack = use_stack_;
+        ini_allow_realloc = allow_realloc_;
+        ini_max_line = max_line_;
+        ini_initial_alloc = initial_alloc_;
+    }
+    LongLines(const LongLines&) = delete;
+    LongLines& operator=(const LongLines&) = delete;
+
+  private:
+    decltype(ini_use_stack) use_stack_ = ini_use_stack;
+    decltype(ini_allow_realloc) allow_realloc_ = ini_allow_realloc;
+    decltype(ini_max_line) max_line_ = ini_max_line;
+    decltype(ini_initial_alloc) initial_alloc_ = ini_initial_alloc;
+};
+
 // As ini_parse(), which takes a file that cannot be read to its end, or memory that cannot be had, for the
 // end: half a setting would follow, in silence. Negative: there is nothing to read.
 int parse_ini(const char* path) {
@@ -213,6 +238,7 @@ int parse_ini(const char* path) {
     if (in == nullptr) {
         return -1;
     }
+    const LongLines long_lines;
     const int result = ini_parse_file(in, ee_reg_loader, &ee_reg);
     const int error = std::ferror(in) ? errno : 0;
     std::fclose(in);
@@ -244,13 +270,6 @@ int ee_reg_loader(void* user, const char* section, const char* key, const char* 
 }
 
 int LOAD_EE_INI(const char* path) {
-    // The line buffer that long lines need.
-    constexpr int kMaxLine = 2000000;
-    ini_use_stack = false;
-    ini_allow_realloc = false;
-    ini_max_line = kMaxLine;
-    ini_initial_alloc = kMaxLine;
-
     log_log(LOG_DEBUG, kSource, 47, "[LOAD] Load ee INI configurations...");
     if (parse_ini(path) < 0) {
         log_log(LOG_DEBUG, kSource, 49, "Can't handle ee_reg.");
