@@ -38,8 +38,8 @@ using Frame = std::unique_ptr<FRAME, DeleteFrame>;
 // Says on standard error that `path` cannot be `done` ("read", "written"), and why.
 int report_cannot(const char* done, const std::string& path);
 
-// Whether `path` can be opened for writing, its content left alone. Asked before the frame library is
-// given a path, since it waits until a file can be opened.
+// Whether `path` can be written; errno says why not. It is neither created nor changed. Asked before the
+// frame library is given a path, since it waits until a file can be opened.
 bool can_write(const std::string& path);
 
 // Splits a three-channel frame into luma and half-width chroma.

@@ -1,4 +1,6 @@
 // Companion of the model: what its users need from a shell besides running the block.
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,8 +18,13 @@ int report_cannot(const char* done, const std::string& path) {
 }
 
 bool can_write(const std::string& path) {
-    FILE* const file = std::fopen(path.c_str(), "ab");
-    return file != nullptr && std::fclose(file) == 0;
+    FILE* const file = std::fopen(path.c_str(), "r+b");
+    if (file != nullptr || errno != ENOENT) {
+        return file != nullptr && std::fclose(file) == 0;
+    }
+    const size_t slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    return access(directory.c_str(), W_OK | X_OK) == 0;
 }
 
 Planes split_planes(const FRAME& ycbcr) {
