@@ -1,5 +1,8 @@
 // Frames and what the library does with them besides the blocks: copies, colour, chroma, image and side
 // files. Worked values and literal bytes; the fuzz targets compare the readers on files of any bytes.
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <climits>
 #include <functional>
 #include <sstream>
@@ -156,10 +159,12 @@ TEST(Chroma, Down) {
     EXPECT_EQ(CM_YCbCr444to420(src, Y, cb420, cr420), 0);
     EXPECT_EQ(samples_of(*cb420), (Samples{124, 122}));
     EXPECT_EQ(samples_of(*cr420), (Samples{204, 202, 224, 222}));
-    const Frame even = make_frame(CM_FORMAT_YCBCR, 2, 1, 3, 8, {0, 100, 200, 1, 101, 201});
-    const Frame y2 = make_plane(2, 1, {}), cb1 = make_plane(1, 1, {}), cr1 = make_plane(1, 1, {});
-    EXPECT_EQ(CM_YCbCr444to422(even, y2, cb1, cr1), 0);
-    EXPECT_TRUE(cb1->data[0] == 100 && cr1->data[0] == 200);
+    const Frame even =
+        make_frame(CM_FORMAT_YCBCR, 4, 1, 3, 8, {0, 100, 200, 1, 101, 201, 2, 102, 202, 3, 103, 203});
+    const Frame y4 = make_plane(4, 1, {}), cb2 = make_plane(2, 1, {}), cr2 = make_plane(2, 1, {});
+    EXPECT_EQ(CM_YCbCr444to422(even, y4, cb2, cr2), 0);
+    EXPECT_EQ(samples_of(*cb2), (Samples{100, 102}));
+    EXPECT_EQ(samples_of(*cr2), (Samples{200, 202}));
 }
 
 TEST(Chroma, Up) {
@@ -344,11 +349,28 @@ TEST_F(Files, TextHistogramAndProbe) {
     EXPECT_EQ(slurp("h_"), "0000abc7\n0000abcf\n") << "the eighth channel over the seventh";
 }
 
-TEST_F(Files, CloseTellsOfWhatWasNotWritten) {
-    FILE* const f = CM_Fopen(spill("f", "text"), "rb");
+TEST_F(Files, AreLockedAndClosed) {
+    FILE* f = CM_Fopen(spill("f", "text"), "rb");
     std::fputc('x', f);
-    EXPECT_EQ(CM_Fclose(f), EOF);
+    EXPECT_EQ(CM_Fclose(f), EOF) << "not written";
     EXPECT_EQ(slurp("f"), "text");
+
+    const int unnamed = open(".", O_TMPFILE | O_WRONLY, 0600);
+    const bool can = unnamed >= 0;
+    close(unnamed);
+    for (const std::string& path : {"new"s, (dir_ / "newer").string()}) {
+        f = CM_Fopen(path.c_str(), "wb");
+        const int fd = fileno(f), other = open(path.c_str(), O_RDONLY);
+        const std::string link = "/proc/self/fd/" + std::to_string(fd);
+        const std::string was = std::filesystem::read_symlink(link);
+        EXPECT_TRUE(!can || was.find("(deleted)") != was.npos)
+            << "made unnamed, linked under the lock: " << was;
+        EXPECT_NE(flock(other, LOCK_EX | LOCK_NB), 0);
+        CM_DelFILE(f);
+        EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+        close(other);
+    }
+    CM_DelFILE(nullptr);
 }
 
 // What cannot be done ends the program.

@@ -358,7 +358,7 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
         for (int k = 0; k < block.inputs; ++k) {
             const bool own_size = k > 0 && !large && r.chance(20);
             plain::Plane p(own_size ? r.size(1, 30) : width, own_size ? r.size(1, 14) : height,
-                           k > 0 ? 3 : r.pick({1, 3}), depth);
+                           k > 0 ? 3 : r.pick({1, 2, 3}), depth);
             for (int32_t& v : p.data) v = static_cast<int32_t>(r.between(low, magnitude));
             in.push_back(p);
             frames.push_back(to_frame(p));

@@ -204,7 +204,7 @@ std::string compare_pipelines(Random& r, const std::string& dir) {
                                                      : (picture[i] << 4 >> (20 - depth)));
         return p;
     };
-    const int half = (width + 1) / 2, channels = r.pick({1, 1, 3}), depth = r.pick({8, 8, 8, 10, 12, 16});
+    const int half = (width + 1) / 2, channels = r.pick({1, 1, 2, 3}), depth = r.pick({8, 8, 8, 10, 12, 16});
     const plain::Plane p[6] = {make(width, channels, depth),   make(half, 1, 8),  make(half, 1, 8),
                                make(width, r.pick({1, 3}), 8), make(width, 1, 8), make(width, 1, 20)};
     const plain::Plane want = classic ? model.ee_hw(p[0], p[1], p[2], p[3], p[4])
