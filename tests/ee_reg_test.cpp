@@ -74,6 +74,21 @@ TEST_F(EeReg, InitNamesTheSetsAndResetsTheBlock) {
     }
 }
 
+TEST_F(EeReg, ResultsOfTheCalls) {
+    EE_REG_HW* const hw = &ee_reg.hw;
+    EE_REG_SW* const sw = &ee_reg.sw;
+    FILE* const none = std::fopen("/dev/null", "w");
+    EXPECT_EQ((Samples{INIT_EE_REG("0"), ee_reg_hw_init(hw, "0"), ee_reg_sw_init(sw, "0"), PRINT_EE_REG(),
+                       ee_reg_hw_print(hw), ee_reg_sw_print(sw), ee_reg_hw_dump_ini(none, hw),
+                       ee_reg_sw_dump_ini(none, sw)}),
+              Samples(8, 0));
+    EXPECT_EQ((Samples{ee_reg_loader(&ee_reg, "ee0", "reg_ee_enable", "0"), ee_reg_hw_load(hw, "a", "b", "1"),
+                       ee_reg_hw_load(hw, "ee0", "b", "1"), ee_reg_hw_load(hw, "ee0", "reg_ee_enable", "1"),
+                       ee_reg_sw_load(sw, "ee_sw0", "b", "1")}),
+              Samples(5, 1));
+    std::fclose(none);
+}
+
 TEST_F(EeReg, PrintShowsFieldsOfWhatACallerStored) {
     ee_reg.hw.slot[reg_ee_enable].value = 6;
     ee_reg.hw.slot[reg_ee_motion_lut_slope_2].value = 0x12345FFE;
