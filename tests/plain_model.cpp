@@ -540,10 +540,11 @@ Plane delta_gain(Model& m, const Plane& range) {
         return std::min<I>(enable ? interpolate33(lut, range(x, y), false) : 64, 255);
     });
     save(m, "dbg_delta_gain_8b.ppm", out, false);
-    for (int bin = 0; m.dump && bin < 256; ++bin)
-        m.log.push_back({1, "ee_hw", -1,
-                         format("delta_hist[%03d] = %d", bin,
-                                static_cast<int>(std::count(range.data.begin(), range.data.end(), bin)))});
+    for (int bin = 0; m.dump && bin < 256; ++bin) {
+        int count = 0;
+        per_pixel(range, 8, [&](int x, int y) { return count += range(x, y) == bin; });
+        m.log.push_back({1, "ee_hw", -1, format("delta_hist[%03d] = %d", bin, count)});
+    }
     return out;
 }
 

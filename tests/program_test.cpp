@@ -364,6 +364,10 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
             frames.push_back(to_frame(p));
         }
         model.log.clear();
+        model.dbg = s.at("dbg");
+        model.dump = r.chance(15);
+        dump_dbg_img = model.dump;
+        std::snprintf(dbg_path, sizeof dbg_path, "%s", model.dbg.c_str());
         block.define(model, in.data(), want.data());
         const cm::RowTarget targets[] = {cm::RowTarget::kBaseline, cm::RowTarget::kV3, cm::RowTarget::kV4};
         for (const cm::RowTarget target : targets) {
@@ -379,6 +383,7 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
             captured_log().clear();
             block.run(frames.data(), got);
             EXPECT_EQ(first_difference("log", log_pattern(model.log), log_pattern(captured_log())), "");
+            EXPECT_EQ(first_difference(model.files, snapshot(model.dbg)), "");
             for (int k = 0; k < block.outputs; ++k) {
                 const std::vector<int32_t>& data = want[k].data;
                 const auto at = std::mismatch(data.begin(), data.end(), got[k]->data).first;
@@ -387,6 +392,7 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
             }
         }
         for (FRAME* const frame : frames) CM_DelFRAME(frame);
+        dump_dbg_img = 0;
         s.keep = HasFailure();
     }
 }
