@@ -170,7 +170,7 @@ void run_texture_rows(const EePlanes& planes, EePipeline& blocks) {
 void run_plain_rows(const EePlanes& planes, EePipeline& blocks) {
     DeltaStage<int32_t> in(planes.luma, "Yin");
     for (int y = 0; y < blocks.height(); ++y) {
-        in.advance(y + 1);
+        in.advance(y);
         blocks.run_row(y, in.luma(), in.mf().row(y), in.hf().row(y));
     }
     blocks.report_range();
