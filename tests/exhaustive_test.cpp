@@ -283,4 +283,14 @@ TEST_F(Exhaustive, DebugView) {
             }
 }
 
+TEST_F(Exhaustive, ExtremesWithoutTheCentre) {
+    for (int at = 0; at < 9; ++at) {
+        int low[] = {5, 5, 5, 5, 5, 5, 5, 5, 5, -7},
+            high[] = {5, 5, 5, 5, 5, 5, 5, 5, 5, 77};  // nine and a mark
+        low[at] = -1, high[at] = 9;
+        EXPECT_EQ(SelMin(low), at == 4 ? 5 : -1) << at;
+        EXPECT_EQ(SelMax(high), at == 4 ? 5 : 9) << at;
+    }
+}
+
 }  // namespace
