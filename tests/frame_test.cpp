@@ -83,6 +83,8 @@ TEST(Frames, FilledFromOthers) {
     });
     EXPECT_NE(log.find("FATAL common:222: CM_CopytFrame_1to3 error, src channel != 1\n"), log.npos) << log;
     EXPECT_NE(log.find("FATAL common:226: CM_CopyFrame_1to3 error, dst channel != 3\n"), log.npos) << log;
+    const Frame grey = make_plane(1, 1, {4}), colour = make_frame(1, 1, 1, 3, 8);
+    EXPECT_EQ(errors_of([&] { CM_CopyFrame_1to3(grey, colour); }), "");
 }
 
 // ---- Colour and chroma ----------------------------------------------------------------------------
