@@ -377,8 +377,11 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
             cm::set_row_target(target);
             FRAME* got[2] = {};
             for (int k = 0; k < block.outputs; ++k) {
-                got[k] = to_frame(want[k]);
-                Frame_Set_Constant(got[k], 0x5a5a5a5a);
+                // Sometimes with a channel that is not written.
+                const int channels = want[k].channels + (want[k].channels == 1 && r.chance(20) ? 1 : 0);
+                plain::Plane blank(want[k].width, want[k].height, channels, want[k].depth);
+                std::fill(blank.data.begin(), blank.data.end(), 0x5a5a5a5a);
+                got[k] = to_frame(blank);
             }
             captured_log().clear();
             block.run(frames.data(), got);
@@ -386,8 +389,12 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
             EXPECT_EQ(first_difference(model.files, snapshot(model.dbg)), "");
             for (int k = 0; k < block.outputs; ++k) {
                 const std::vector<int32_t>& data = want[k].data;
-                const auto at = std::mismatch(data.begin(), data.end(), got[k]->data).first;
-                EXPECT_TRUE(at == data.end()) << "output " << k << ", sample " << at - data.begin();
+                const size_t step = got[k]->channels / static_cast<uint32_t>(want[k].channels);
+                size_t same = 0;
+                while (same < data.size() && got[k]->data[same * step] == data[same] &&
+                       (step == 1 || got[k]->data[same * step + 1] == 0x5a5a5a5a))
+                    ++same;
+                EXPECT_EQ(same, data.size()) << "the first sample that differs in output " << k;
                 CM_DelFRAME(got[k]);
             }
         }
