@@ -210,7 +210,7 @@ class Tree:
 
     def command(self, name):
         if name == "ctest":
-            return ["ctest", "--test-dir", str(self.build), "--stop-on-failure"]
+            return ["ctest", "--test-dir", str(self.build), "--stop-on-failure", "--output-on-failure"]
         return [str(self.build / "tests" / name)]
 
     def judge(self, m, seconds):
