@@ -543,7 +543,7 @@ def _():
     shutil.copy(job.paths["out"], job.paths["out"] + ".old")
     for calls, faults in CALLS.items():
         for fault in [f"error={name}" for name in faults.split()] + ["signal=KILL"]:
-            statuses = set()
+            statuses, unlocked = set(), False
             for when in [*range(1, 30), *range(30, 1000, 1 if args.long else 10)]:
                 shutil.copy(job.paths["out"] + ".old", job.paths["out"])
                 write(job.paths["log"], b"")
@@ -553,6 +553,7 @@ def _():
                 if b"INJECTED" not in trace and b"killed by" not in trace:
                     break  # it makes fewer such calls
                 statuses.add(result.returncode)
+                unlocked |= b"cannot be locked" in read(job.paths["log"])
                 old = read(job.paths["out"]) == read(job.paths["out"] + ".old")
                 said = f"{calls} {fault} number {when}: status {result.returncode}, {result.stderr!r}, " \
                        f"the output is {'old' if old else job.state()}"
@@ -569,6 +570,7 @@ def _():
                     need(old or job.state() != "WRONG", said)
             need(1 in statuses or fault == "signal=KILL" or calls in ("flock", "lseek", "linkat", "mmap"),
                  f"{calls} {fault}: never told")
+            need(unlocked == (fault == "error=ENOLCK"), f"{calls} {fault}: a missing lock is{'' if unlocked else ' not'} told")
 
 
 failed = skipped = 0
