@@ -22,7 +22,7 @@ constexpr const char* kSource = "pre_ee_hw";
 // Rows that flat detection looks up and down in, and the delta kernels.
 constexpr int kFlatReach = 3;
 constexpr int kDeltaReach = 2;
-constexpr int kLumaLines = 2 * (kFlatReach + kDeltaReach) + 1;
+constexpr int kLumaLines = kFlatReach + 1 + kFlatReach + kDeltaReach;  // the deltas run kFlatReach rows ahead
 constexpr int kDeltaLines = 2 * kFlatReach + 1;
 
 // Largest luma whose kernel sums (coefficients of one sign add up to 448) fit 32 bits, and that flat
