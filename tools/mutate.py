@@ -259,6 +259,8 @@ def main():
     total, known = len(mutants), read_equivalent()
     mutants = [m for m in mutants if describe(m, line=False) not in known]
     mutants = draw(mutants, args.count or total, args.seed)
+    if not mutants:
+        sys.exit(f"nothing to try: {total} changes fit, all known to change nothing")
     print(f"{len(mutants)} of {total} mutants, seed {args.seed}", flush=True)
     if args.list:
         print("\n".join(map(describe, mutants)))
