@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdio>
 #include <utility>
 
 #include "ee_hw.h"
@@ -44,6 +45,9 @@ class Exhaustive : public testing::Test {
         log_set_quiet(true);
         INIT_EE_REG("NULL");
     }
+    static void TearDownTestSuite() {
+        std::printf("%zu samples of blocks on each instruction set\n", samples_);
+    }
     void set(int slot, int value) {
         const std::string text = std::to_string(value);
         ee_reg_hw_load(&ee_reg.hw, "ee", ee_reg.hw.slot[slot].key, text.c_str());
@@ -53,6 +57,7 @@ class Exhaustive : public testing::Test {
     template <class... P, class... F>
     void compare(Plane (*define)(plain::Model&, P...), void (*run)(F...), const Planes& in) {
         if (HasFailure()) return;
+        samples_ += in[0].data.size();
         std::vector<Frame> frames;
         for (const Plane& p : in) frames.push_back(to_frame(p));
         const auto call = [&]<size_t... K>(std::index_sequence<K...>) {
@@ -117,6 +122,7 @@ class Exhaustive : public testing::Test {
     }
 
     plain::Model model_{"NULL"};
+    static inline size_t samples_ = 0;
 };
 
 TEST_F(Exhaustive, HueAndLength) {
