@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     cm::PackedImage packed[6];
     FRAME* frames[6];
     for (int i = 0; i < 6; ++i) {
-        packed[i] = cm::read_pnm(argv[2 + i], cm::PnmKind::kGrey, 410);
+        packed[i] = cm::read_pnm(argv[2 + i], cm::PnmKind::kGrey, cm::at::kReadGrey);
         frames[i] = CM_ReadPPM5(argv[2 + i], 2);
     }
     const cm::EePlanes planes{cm::RowSource(packed[0]), cm::RowSource(packed[1]), cm::RowSource(packed[2]),

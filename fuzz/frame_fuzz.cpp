@@ -172,7 +172,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const bool odd = chroma ? odd_chroma : i != kY && in.byte() == 1;
         const Size own = odd ? take_size(in) : chroma ? half : luma;
         const std::string path = write_file(scratch_path("plane.pnm"), take_image(in, own, colour));
-        packed[i] = cm::read_pnm(path.c_str(), colour ? cm::PnmKind::kColour : cm::PnmKind::kGrey, 0);
+        packed[i] =
+            cm::read_pnm(path.c_str(), colour ? cm::PnmKind::kColour : cm::PnmKind::kGrey, cm::at::kReadGrey);
         planes[i].reset((colour ? CM_ReadPPM : CM_ReadPPM5)(path.c_str(), 2));
     }
     if (rgb) {

@@ -372,7 +372,7 @@ void extremes(const Plane& in, int reach, Plane& max, Plane& min) {
 Plane delta_ref(Model& m, const Plane& max, const Plane& min) {
     Plane range = per_pixel(max, 8, [&](int x, int y) {
         const I d = fold(max(x, y) - min(x, y));
-        if (d < 0) m.log.push_back({4, "ee_hw", -1, "[EE_CalcDeltaRef Error]: max_sad < 0"});
+        if (d < 0) m.log.push_back({4, "ee_hw", 214, "[EE_CalcDeltaRef Error]: max_sad < 0"});
         return d;
     });
     save(m, "dbg_max_sad_8b.ppm", range, false);
@@ -504,7 +504,7 @@ Plane pre_process(Model& m, const Plane& in) {
 Plane calc_core(Model& m, const Plane& y, const Plane& ref, const Plane& motion) {
     if (y.depth > 12)
         m.log.push_back(
-            {4, "ee_hw", -1,
+            {4, "ee_hw", 307,
              "[EE_CalcCore]: depth > 12 and would cause error in the following shift operations\n"});
     const bool smooth = m.reg("ee_lumaref_lpf_en") == 1, curves = m.reg("ee_luma_coring_en") == 1;
     const Curve still_curve = curve(m, "luma_coring"), motion_curve = curve(m, "motion_coring");
@@ -543,7 +543,7 @@ Plane delta_gain(Model& m, const Plane& range) {
     for (int bin = 0; m.dump && bin < 256; ++bin) {
         int count = 0;
         per_pixel(range, 8, [&](int x, int y) { return count += range(x, y) == bin; });
-        m.log.push_back({1, "ee_hw", -1, format("delta_hist[%03d] = %d", bin, count)});
+        m.log.push_back({1, "ee_hw", 402, format("delta_hist[%03d] = %d", bin, count)});
     }
     return out;
 }
@@ -562,7 +562,7 @@ Plane chroma_gain(Model& m, const Plane& cb, const Plane& cr, const Plane& ref) 
     const std::vector<I> lut = table(m, "chroma");
     const Curve amplitude = curve(m, "chroma_amp");
     if (*std::max_element(amplitude.out, amplitude.out + 4) > 128)
-        m.log.push_back({4, "ee_hw", -1, "reg_ee_chroma_amp_lut_out is greater than 128\n"});
+        m.log.push_back({4, "ee_hw", 561, "reg_ee_chroma_amp_lut_out is greater than 128\n"});
     const bool on = m.reg("ee_enable") == 1;
     Plane out = per_pixel(cb, 8, [&](int x, int y) {
         const I b = on ? fold((smooth ? ref(x, y, 1) : cb(x, y)) - 128) : 128;
@@ -578,7 +578,7 @@ Plane chroma_gain(Model& m, const Plane& cb, const Plane& cr, const Plane& ref) 
 Plane motion_gain(Model& m, const Plane& motion) {
     const Curve gain = curve(m, "motion");
     if (*std::max_element(gain.out, gain.out + 4) > 128)
-        m.log.push_back({4, "ee_hw", -1, "reg_ee_motion_lut_out is greater than 128\n"});
+        m.log.push_back({4, "ee_hw", 603, "reg_ee_motion_lut_out is greater than 128\n"});
     const I on = m.reg("ee_enable");
     return per_pixel(motion, 8, [&](int x, int y) { return gain(on * motion(x, y)); });
 }
@@ -605,7 +605,7 @@ Plane shoot(Model& m, const Plane& delta, const Plane& y, const Plane& max, cons
     const I over_gain = m.reg("ee_shtctrl_oshtgain"), under_gain = m.reg("ee_shtctrl_ushtgain");
     const I over_clip = m.reg("ee_total_oshtthrd_clp"), under_clip = m.reg("ee_total_ushtthrd_clp");
     const I twice = pro ? m.reg("ee_shoot_mode") : 0, on = m.reg("ee_enable");
-    m.log.push_back({2, "ee_hw", -1,
+    m.log.push_back({2, "ee_hw", pro ? 688 : 745,
                      pro ? format("EE_IOShootPro: reg_ee_shoot_mode = %d", static_cast<int>(twice))
                          : "EE_IOShoot=============================="});
     Plane out = per_pixel(delta, 8, [&](int px, int py) {
@@ -699,10 +699,14 @@ Plane Model::pre_ee_hw(const Plane& in, const Plane& cb, const Plane& cr, const 
                        const Plane* fusion) {
     if (reg("ee_enable") == 0) return in;
     const bool texture = reg("ee_texture_mode") == 1;
-    for (const Plane* p : {&ynr, &mmap, texture ? fusion : &in})
+    const std::pair<const Plane*, const char*> sized[] = {
+        {&ynr, "src_ynr"}, {&mmap, "mmap"}, {texture ? fusion : &in, "Yfusion"}};
+    for (const auto& [p, plane] : sized)
         if (p->width != in.width || p->height != in.height) {
-            log.push_back({5, "pre_ee_hw", -1, "*"});
-            throw Exit{255, "*"};
+            const std::string text = format("Y is %dx%d but %s is %dx%d; they must have the same size",
+                                            in.width, in.height, plane, p->width, p->height);
+            log.push_back({5, "pre_ee_hw", 58, text});
+            throw Exit{255, text + "\n"};
         }
     Chain c;
     begin(*this, c, in, cb, cr);
@@ -750,7 +754,7 @@ Plane Model::read(const std::string& path, bool colour) {
         throw Exit{1, "Invalid image size" + where};
     if (!scan_number(s, pos, 1, 4294967295, max) || (pos = s.find('\n', pos)) == std::string::npos)
         throw Exit{1, "Invalid max_rgb" + where};
-    ++pos;
+    const size_t start = ++pos;
     const int depth = static_cast<int>(std::ceil(std::log2(static_cast<double>(max))));
     log.push_back(
         {1, "common", colour ? 325 : 410,
@@ -771,7 +775,11 @@ Plane Model::read(const std::string& path, bool colour) {
                 out.set(x, y, colour ? fold(v) & max : v, c);
                 if (ended) break;
             }
-    if (ended) log.push_back({4, "common", -1, "*"});
+    const size_t sample_bytes = (depth + 7) / 8, all = out.data.size();
+    if (ended)
+        log.push_back({4, "common", 441,
+                       format("%s ends early: %zu of %zu samples are missing", path.c_str(),
+                              all - (s.size() - start) / sample_bytes, all)});
     return out;
 }
 
@@ -811,11 +819,18 @@ Outcome run_program(const std::vector<std::string>& args) {
             const auto odd = [&](const Plane& c) {
                 return c.height != y.height || (c.width != y.width / 2 && c.width != (y.width + 1) / 2);
             };
-            if (enable && (odd(cb) || odd(cr))) m.log.push_back({3, "pre_ee_main", -1, "*"});
+            if (enable && (odd(cb) || odd(cr)))
+                m.log.push_back({3, "pre_ee_main", 131,
+                                 format("chroma is not half as wide as luma: Y is %dx%d, Cb %dx%d, Cr %dx%d; "
+                                        "columns and rows outside are reflected",
+                                        y.width, y.height, cb.width, cb.height, cr.width, cr.height)});
         } else {
             if (enable && m.reg("ee_texture_mode") == 1) {
-                m.log.push_back({5, "pre_ee_main", -1, "*"});
-                throw Exit{255, "*"};
+                const std::string text =
+                    "RGB input (mode 0) has no Yfusion: set reg_ee_texture_mode = 0, or give "
+                    "Y, Cb and Cr planes (mode 1)";
+                m.log.push_back({5, "pre_ee_main", 102, text});
+                throw Exit{255, text + "\n"};
             }
             const Plane rgb = m.read(args[8], true);
             m.read(args[11], true);

@@ -24,7 +24,6 @@ struct Plane {
     void set3(I x, I y, I c0, I c1, I c2) { set(x, y, c0), set(x, y, c1, 1), set(x, y, c2, 2); }
 };
 
-// line -1: any line number. text "*": any text.
 struct Record {
     int level;
     std::string source;

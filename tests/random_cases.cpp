@@ -113,9 +113,8 @@ std::string log_pattern(const std::vector<plain::Record>& log) {
     const char* const names[] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
     std::string text;
     for (const plain::Record& r : log) {
-        char head[80], line[16] = "*";
-        if (r.line >= 0) std::snprintf(line, sizeof line, "%03d", r.line);
-        std::snprintf(head, sizeof head, "%-5s %-20s:%s: ", names[r.level], r.source.c_str(), line);
+        char head[80];
+        std::snprintf(head, sizeof head, "%-5s %-20s:%03d: ", names[r.level], r.source.c_str(), r.line);
         text += head + r.text + "\n";
     }
     return text;

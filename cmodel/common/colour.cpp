@@ -6,14 +6,16 @@
 
 #include "common.h"
 #include "fatal.h"
+#include "log_positions.h"
 #include "mirror.h"
 
 namespace {
 
 // The format, and the three channels that go with it.
-void require_format(const FRAME& frame, uint32_t format, int log_line, const char* message) {
+void require_format(const FRAME& frame, uint32_t format, const cm::LogPosition& position,
+                    const char* message) {
     if (frame.format != format || frame.channels < 3) {
-        log_log(LOG_FATAL, "common", log_line, "%s", message);
+        log_log(LOG_FATAL, position.source, position.line, "%s", message);
         std::exit(cm::kExitFormat);
     }
 }
@@ -51,7 +53,7 @@ void inverse(const int32_t* in, int32_t* out) {
 }  // namespace
 
 FRAME* CM_RGB2YCbCr(const FRAME* src) {
-    require_format(*src, CM_FORMAT_RGB, 893, "RGB2YCbCr format error");
+    require_format(*src, CM_FORMAT_RGB, cm::at::kRgbToYcbcrFormat, "RGB2YCbCr format error");
     FRAME* const dst = new_converted(*src, CM_FORMAT_YCBCR);
     const cm::RgbToYcbcr to(src->depth);
     convert_pixels(*src, *dst, [&to](const int32_t* in, int32_t* out) {
@@ -63,8 +65,8 @@ FRAME* CM_RGB2YCbCr(const FRAME* src) {
 }
 
 FRAME* CM_RGB2YCbCr_safe(const FRAME* src, FRAME* dst) {
-    require_format(*src, CM_FORMAT_RGB, 931, "RGB2YCbCr format error");
-    require_format(*dst, CM_FORMAT_YCBCR, 932, "RGB2YCbCr format error");
+    require_format(*src, CM_FORMAT_RGB, cm::at::kRgbToYcbcrSafeSource, "RGB2YCbCr format error");
+    require_format(*dst, CM_FORMAT_YCBCR, cm::at::kRgbToYcbcrSafeTarget, "RGB2YCbCr format error");
     const cm::RgbToYcbcr to(src->depth);
     convert_pixels(*src, *dst, [&to](const int32_t* in, int32_t* out) {
         out[0] = to.luma(in[0], in[1], in[2]);
@@ -75,14 +77,14 @@ FRAME* CM_RGB2YCbCr_safe(const FRAME* src, FRAME* dst) {
 }
 
 FRAME* CM_YCbCr2RGB(const FRAME* src) {
-    require_format(*src, CM_FORMAT_YCBCR, 1078, "YCbCr2RGB format error");
+    require_format(*src, CM_FORMAT_YCBCR, cm::at::kYcbcrToRgbFormat, "YCbCr2RGB format error");
     FRAME* const dst = new_converted(*src, CM_FORMAT_RGB);
     convert_pixels(*src, *dst, inverse);
     return dst;
 }
 
 void CM_YCbCr2RGB_safe(const FRAME* src, FRAME* dst) {
-    require_format(*src, CM_FORMAT_YCBCR, 1111, "YCbCr2RGB format error");
-    require_format(*dst, dst->format /* any */, 1111, "YCbCr2RGB format error");
+    require_format(*src, CM_FORMAT_YCBCR, cm::at::kYcbcrToRgbSafeFormat, "YCbCr2RGB format error");
+    require_format(*dst, dst->format /* any */, cm::at::kYcbcrToRgbSafeFormat, "YCbCr2RGB format error");
     convert_pixels(*src, *dst, inverse);
 }

@@ -12,6 +12,7 @@
 
 #include "common.h"
 #include "fatal.h"
+#include "log_positions.h"
 
 namespace {
 
@@ -67,7 +68,8 @@ bool lock_file(FILE* stream, const char* path, bool truncate) {
     while ((result = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
     }
     if (result != 0) {
-        log_log(LOG_WARN, "common", __LINE__, "%s cannot be locked: %s", path, std::strerror(errno));
+        log_log(LOG_WARN, cm::at::kFileNotLocked.source, cm::at::kFileNotLocked.line,
+                "%s cannot be locked: %s", path, std::strerror(errno));
     }
     if (!truncate) {
         return true;

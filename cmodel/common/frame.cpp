@@ -6,6 +6,7 @@
 #include "fatal.h"
 #include "fixed_point.h"
 #include "large_pages.h"
+#include "log_positions.h"
 #include "mirror.h"
 #include "row_io.h"
 
@@ -92,10 +93,12 @@ void CM_CopyFrame(const FRAME* src, FRAME* dst) {
 
 void CM_CopyFrame_1to3(const FRAME* src, FRAME* dst) {
     if (src->channels != 1) {
-        log_log(LOG_FATAL, "common", 222, "CM_CopytFrame_1to3 error, src channel != 1");
+        log_log(LOG_FATAL, cm::at::kCopySource.source, cm::at::kCopySource.line,
+                "CM_CopytFrame_1to3 error, src channel != 1");
     }
     if (dst->channels != 3) {
-        log_log(LOG_FATAL, "common", 226, "CM_CopyFrame_1to3 error, dst channel != 3");
+        log_log(LOG_FATAL, cm::at::kCopyTarget.source, cm::at::kCopyTarget.line,
+                "CM_CopyFrame_1to3 error, dst channel != 3");
         return;
     }
     for (uint32_t y = 0; y < src->height; ++y) {

@@ -147,31 +147,34 @@ LoadError read_payload(FILE* in, PackedImage& image, PlaneMemory* memory) {
     return std::ferror(in) ? LoadError::kRead : LoadError::kNone;
 }
 
-void log_depth(const PackedImage& image, PnmKind kind, int log_line) {
+void log_depth(const PackedImage& image, PnmKind kind, const LogPosition& position) {
     const int max_value = from_bits(image.max_value);
     if (kind == PnmKind::kColour) {
-        log_log(LOG_DEBUG, "common", log_line, "Color depth (%d) max_rgb:(%d)", image.depth, max_value);
+        log_log(LOG_DEBUG, position.source, position.line, "Color depth (%d) max_rgb:(%d)", image.depth,
+                max_value);
     } else {
-        log_log(LOG_DEBUG, "common", log_line, "Color depth (%d) max_rgb:(%d)\n", image.depth, max_value);
+        log_log(LOG_DEBUG, position.source, position.line, "Color depth (%d) max_rgb:(%d)\n", image.depth,
+                max_value);
     }
 }
 
 void log_missing_samples(const PackedImage& image, const char* path) {
     if (!image.complete()) {
         const size_t whole = image.present / static_cast<size_t>(image.sample_bytes);
-        log_log(LOG_ERROR, "common", __LINE__, "%s ends early: %zu of %zu samples are missing", path,
-                image.samples() - whole, image.samples());
+        log_log(LOG_ERROR, at::kShortImage.source, at::kShortImage.line,
+                "%s ends early: %zu of %zu samples are missing", path, image.samples() - whole,
+                image.samples());
     }
 }
 
 // Opens, reads and closes. On an error the message has been printed and `image` is unfinished. An image
 // larger than `room`, if given, is refused before any memory is taken for it.
-LoadError load_pnm(const char* path, PnmKind kind, int log_line, PackedImage& image, PlaneMemory* memory,
-                   const FRAME* room) {
+LoadError load_pnm(const char* path, PnmKind kind, const LogPosition& position, PackedImage& image,
+                   PlaneMemory* memory, const FRAME* room) {
     FILE* const in = CM_Fopen(path, "rb");
     LoadError error = read_header(in, kind, image);
     if (error == LoadError::kNone) {
-        log_depth(image, kind, log_line);
+        log_depth(image, kind, position);
         if (room != nullptr && (image.width > room->width || image.height > room->height)) {
             error = LoadError::kSize;
         } else {
@@ -327,13 +330,14 @@ void write_frame(CheckedFile& out, const FRAME& frame, PnmKind kind) {
     }
 }
 
-void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int target_depth, int log_line) {
+void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int target_depth,
+                   const LogPosition& position) {
     CheckedFile out(path);
     print_header(out, static_cast<char>(kind), frame.width, frame.height);
     if (target_depth < 1 || target_depth > 32) {
         out.close();
-        log_log(LOG_ERROR, "common", log_line, "CM_WritePPM5_CLIP_target_depth error, target depth = '%d'",
-                target_depth);
+        log_log(LOG_ERROR, position.source, position.line,
+                "CM_WritePPM5_CLIP_target_depth error, target depth = '%d'", target_depth);
         std::exit(kExitFile);
     }
     // Intended: the exponent counts modulo 32, so a depth of 32 clips every sample to 0.
@@ -406,9 +410,9 @@ void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
     }
 }
 
-PackedImage read_pnm(const char* path, PnmKind kind, int log_line, PlaneMemory* memory) {
+PackedImage read_pnm(const char* path, PnmKind kind, const LogPosition& position, PlaneMemory* memory) {
     PackedImage image;
-    if (load_pnm(path, kind, log_line, image, memory, nullptr) != LoadError::kNone) {
+    if (load_pnm(path, kind, position, image, memory, nullptr) != LoadError::kNone) {
         std::exit(kExitFile);
     }
     return image;
@@ -472,16 +476,19 @@ void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, con
 }  // namespace cm
 
 FRAME* CM_ReadPPM(const char* path, uint32_t file_type) {
-    return cm::frame_from(cm::read_pnm(path, cm::PnmKind::kColour, 325), file_type, CM_FORMAT_RGB);
+    return cm::frame_from(cm::read_pnm(path, cm::PnmKind::kColour, cm::at::kReadColour), file_type,
+                          CM_FORMAT_RGB);
 }
 
 FRAME* CM_ReadPPM5(const char* path, uint32_t file_type) {
-    return cm::frame_from(cm::read_pnm(path, cm::PnmKind::kGrey, 410), file_type, CM_FORMAT_SINGLE);
+    return cm::frame_from(cm::read_pnm(path, cm::PnmKind::kGrey, cm::at::kReadGrey), file_type,
+                          CM_FORMAT_SINGLE);
 }
 
 int CM_ReadPPM5_safe(const char* path, FRAME* frame) {
     cm::PackedImage image;
-    if (cm::load_pnm(path, cm::PnmKind::kGrey, 487, image, nullptr, frame) != cm::LoadError::kNone) {
+    if (cm::load_pnm(path, cm::PnmKind::kGrey, cm::at::kReadIntoFrame, image, nullptr, frame) !=
+        cm::LoadError::kNone) {
         return -1;
     }
     cm::fill_frame(image, *frame);
@@ -505,9 +512,9 @@ void CM_WritePPM(const char* path, const FRAME* frame) {
 }
 
 void CM_WritePPM_CLIP(const char* path, const FRAME* frame, int target_depth) {
-    cm::write_clipped(path, *frame, cm::PnmKind::kColour, target_depth, 629);
+    cm::write_clipped(path, *frame, cm::PnmKind::kColour, target_depth, cm::at::kClipColourDepth);
 }
 
 void CM_WritePPM5_CLIP(const char* path, const FRAME* frame, int target_depth) {
-    cm::write_clipped(path, *frame, cm::PnmKind::kGrey, target_depth, 771);
+    cm::write_clipped(path, *frame, cm::PnmKind::kGrey, target_depth, cm::at::kClipGreyDepth);
 }

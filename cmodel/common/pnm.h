@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+#include "log_positions.h"
+
 namespace cm {
 
 struct FreeBytes {
@@ -73,9 +75,10 @@ struct PackedImage {
     void read_row(uint32_t y, uint32_t c, int32_t* dst) const;
 };
 
-// Reads a whole file, unlocked and closed on return. `log_line` is the line of the depth record. The
+// Reads a whole file, unlocked and closed on return. `position` is that of the depth record. The
 // samples come from `memory`, which must outlive them, or from the heap. A bad header ends the program.
-PackedImage read_pnm(const char* path, PnmKind kind, int log_line, PlaneMemory* memory = nullptr);
+PackedImage read_pnm(const char* path, PnmKind kind, const LogPosition& position,
+                     PlaneMemory* memory = nullptr);
 
 // Bytes a sample takes in a file of this depth (1..4), and the P5 header's max value.
 int written_bytes(int depth);

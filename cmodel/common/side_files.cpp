@@ -9,6 +9,7 @@
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "mirror.h"
 #include "pnm.h"
 
@@ -78,15 +79,15 @@ FRAME* CM_ReadRAW(const char* path, uint32_t format, int k, int layout, uint32_t
     }
     CM_Fclose(in);
     if (missing > 0) {
-        log_log(LOG_ERROR, "common", __LINE__, "%s ends early: %zu of %zu samples are missing", path, missing,
-                size_t{width} * height);
+        log_log(LOG_ERROR, cm::at::kShortRaw.source, cm::at::kShortRaw.line,
+                "%s ends early: %zu of %zu samples are missing", path, missing, size_t{width} * height);
     }
     return frame;
 }
 
 void CM_WriteRAW(const char* path, const FRAME* frame) {
     if (frame->format != CM_FORMAT_RAW_RGB) {
-        log_log(LOG_FATAL, "common", 1332, "File format != RAW_RGB");
+        log_log(LOG_FATAL, cm::at::kRawFormat.source, cm::at::kRawFormat.line, "File format != RAW_RGB");
         std::exit(cm::kExitFile);
     }
     cm::CheckedFile out(path);
@@ -144,7 +145,8 @@ void CM_WriteHIST(const char* base, const HIST* hist) {
             cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
         }
         // Intended: a progress record, although its level says otherwise.
-        log_log(LOG_FATAL, "common", 1656, "[CM_WriteHIST] file_name :%s", path);
+        log_log(LOG_FATAL, cm::at::kWriteHist.source, cm::at::kWriteHist.line, "[CM_WriteHIST] file_name :%s",
+                path);
         cm::CheckedFile out(path);
         for (uint32_t b = 0; b < hist->bins; ++b) {
             out.print("%08x\n", hist->data[size_t{b} * hist->channels + c]);

@@ -8,6 +8,7 @@
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "row_io.h"
 #include "row_targets.h"
 
@@ -142,7 +143,8 @@ void chroma_gain_row(const int32_t* cb, const int32_t* cr, int32_t* gain, int wi
 
 void report_chroma_levels() {
     if (curve_exceeds_unit(reg_ee_chroma_amp_lut_in_0)) {
-        log_log(LOG_ERROR, "ee_hw", __LINE__, "reg_ee_chroma_amp_lut_out is greater than 128\n");
+        log_log(LOG_ERROR, at::kChromaLevels.source, at::kChromaLevels.line,
+                "reg_ee_chroma_amp_lut_out is greater than 128\n");
     }
 }
 

@@ -11,6 +11,7 @@
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "row_io.h"
 #include "row_targets.h"
 
@@ -69,7 +70,7 @@ void core_row(const int32_t* luma, const int32_t* lowpass, const int32_t* motion
 
 void report_core(int luma_depth) {
     if (luma_depth > 12) {
-        log_log(LOG_ERROR, "ee_hw", __LINE__,
+        log_log(LOG_ERROR, at::kCoreDepth.source, at::kCoreDepth.line,
                 "[EE_CalcCore]: depth > 12 and would cause error in the following shift operations\n");
     }
 }

@@ -5,6 +5,7 @@
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "row_io.h"
 #include "row_targets.h"
 
@@ -135,7 +136,8 @@ void report_delta_gain(const FRAME& range, const FRAME& gain) {
         }
     }
     for (int bin = 0; bin < 256; ++bin) {
-        log_log(LOG_DEBUG, "ee_hw", __LINE__, "delta_hist[%03d] = %d", bin, histogram[bin]);
+        log_log(LOG_DEBUG, at::kDeltaHistogram.source, at::kDeltaHistogram.line, "delta_hist[%03d] = %d", bin,
+                histogram[bin]);
     }
 }
 

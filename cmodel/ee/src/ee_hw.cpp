@@ -9,7 +9,6 @@
 namespace cm {
 namespace {
 
-constexpr const char* kSource = "ee_hw";
 constexpr int kPreProcessReach = 1;
 constexpr int kDeltaReach = 3;
 constexpr int kCleanDepth = 8;  // of the cleaned luma, whatever the input's depth
@@ -123,8 +122,8 @@ FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* imag
     }
     const cm::EePlanes planes{cm::RowSource(*Y),     cm::RowSource(*Cb),     cm::RowSource(*Cr),
                               cm::RowSource(*image), cm::RowSource(*motion), std::nullopt};
-    cm::require_luma_size(planes.luma, planes.image, "image", cm::kSource);
-    cm::require_luma_size(planes.luma, planes.motion, "motion", cm::kSource);
+    cm::require_luma_size(planes.luma, planes.image, "image", cm::at::kClassicPlaneSize);
+    cm::require_luma_size(planes.luma, planes.motion, "motion", cm::at::kClassicPlaneSize);
     FRAME* const out = cm::new_output_frame(*Y);
     cm::FrameSink sink(*out);
     cm::run_ee(planes, sink);

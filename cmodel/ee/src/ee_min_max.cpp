@@ -2,6 +2,7 @@
 // pixel. Luma codes in, luma codes out.
 #include "ee_blocks.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "row_io.h"
 #include "row_targets.h"
 
@@ -89,7 +90,8 @@ CM_ROW_FUNCTION(range_row,
 
 void report_range(int64_t negative, const FRAME* range) {
     for (int64_t i = 0; i < negative; ++i) {
-        log_log(LOG_ERROR, "ee_hw", __LINE__, "[EE_CalcDeltaRef Error]: max_sad < 0");
+        log_log(LOG_ERROR, at::kNegativeRange.source, at::kNegativeRange.line,
+                "[EE_CalcDeltaRef Error]: max_sad < 0");
     }
     if (range != nullptr) {
         CM_WritePPM5(debug_path("dbg_max_sad_8b.ppm").c_str(), range);

@@ -53,12 +53,14 @@ constexpr int kOutputDepth = 8;
 
 }  // namespace
 
-void require_luma_size(const RowSource& luma, const RowSource& plane, const char* name, const char* source) {
+void require_luma_size(const RowSource& luma, const RowSource& plane, const char* name,
+                       const LogPosition& position) {
     if (plane.width() == luma.width() && plane.height() == luma.height()) {
         return;
     }
-    log_log(LOG_FATAL, source, __LINE__, "Y is %dx%d but %s is %dx%d; they must have the same size",
-            luma.width(), luma.height(), name, plane.width(), plane.height());
+    log_log(LOG_FATAL, position.source, position.line,
+            "Y is %dx%d but %s is %dx%d; they must have the same size", luma.width(), luma.height(), name,
+            plane.width(), plane.height());
     fatal(kExitFormat, "Y is %dx%d but %s is %dx%d; they must have the same size\n", luma.width(),
           luma.height(), name, plane.width(), plane.height());
 }

@@ -10,6 +10,7 @@
 
 #include "ee_blocks.h"
 #include "line_buffer.h"
+#include "log_positions.h"
 #include "row_io.h"
 
 namespace cm {
@@ -23,9 +24,10 @@ struct EePlanes {
     std::optional<RowSource> fusion;  // texture mode 1
 };
 
-// Ends the program unless `plane` has the luma's size; the message names both. `source` is the log
-// record's source.
-void require_luma_size(const RowSource& luma, const RowSource& plane, const char* name, const char* source);
+// Ends the program unless `plane` has the luma's size; the message names both. `position` is that
+// of the log record.
+void require_luma_size(const RowSource& luma, const RowSource& plane, const char* name,
+                       const LogPosition& position);
 
 // Where output rows go.
 class RowSink {

@@ -10,6 +10,7 @@
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "row_io.h"
 #include "row_targets.h"
 
@@ -108,11 +109,13 @@ CM_ROW_FUNCTION(shoot_row,
 }
 
 void report_shoot_pro_mode(const ShootConfig& c) {
-    log_log(LOG_INFO, "ee_hw", __LINE__, "EE_IOShootPro: reg_ee_shoot_mode = %d", c.extra_delta);
+    log_log(LOG_INFO, at::kShootMode.source, at::kShootMode.line, "EE_IOShootPro: reg_ee_shoot_mode = %d",
+            c.extra_delta);
 }
 
 void report_shoot_entry() {
-    log_log(LOG_INFO, "ee_hw", __LINE__, "EE_IOShoot==============================");
+    log_log(LOG_INFO, at::kShootEntry.source, at::kShootEntry.line,
+            "EE_IOShoot==============================");
 }
 
 void report_shoot(const RowSource& clamped) {

@@ -3,6 +3,7 @@
 #include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
+#include "log_positions.h"
 #include "row_io.h"
 #include "row_targets.h"
 
@@ -20,7 +21,8 @@ CurveTable configure_motion_gain() {
 
 void report_motion_levels() {
     if (curve_exceeds_unit(reg_ee_motion_lut_in_0)) {
-        log_log(LOG_ERROR, "ee_hw", __LINE__, "reg_ee_motion_lut_out is greater than 128\n");
+        log_log(LOG_ERROR, at::kMotionLevels.source, at::kMotionLevels.line,
+                "reg_ee_motion_lut_out is greater than 128\n");
     }
 }
 

@@ -10,14 +10,13 @@
 
 #include "ee_reg_table.h"
 #include "fatal.h"
+#include "log_positions.h"
 #include "pre_ee_blocks.h"
 #include "pre_ee_pipeline.h"
 #include "row_targets.h"
 
 namespace cm {
 namespace {
-
-constexpr const char* kSource = "pre_ee_hw";
 
 // Rows that flat detection looks up and down in, and the delta kernels.
 constexpr int kFlatReach = 3;
@@ -157,7 +156,7 @@ void run_texture_rows(const EePlanes& planes, EePipeline& blocks) {
     }
 
     blocks.report_range();
-    log_log(LOG_INFO, kSource, 97, "texture mode is 1");
+    log_log(LOG_INFO, at::kTextureOn.source, at::kTextureOn.line, "texture mode is 1");
     fusion.report();
     in.report();
     if (mf_texture != nullptr) {
@@ -175,7 +174,7 @@ void run_plain_rows(const EePlanes& planes, EePipeline& blocks) {
     }
     blocks.report_range();
     in.report();
-    log_log(LOG_INFO, kSource, 94, "texture mode is 0");
+    log_log(LOG_INFO, at::kTextureOff.source, at::kTextureOff.line, "texture mode is 0");
 }
 
 }  // namespace
@@ -185,16 +184,17 @@ bool block_enabled() {
 }
 
 void check_pre_ee_planes(const EePlanes& planes) {
-    require_luma_size(planes.luma, planes.image, "src_ynr", kSource);
-    require_luma_size(planes.luma, planes.motion, "mmap", kSource);
+    require_luma_size(planes.luma, planes.image, "src_ynr", at::kPlaneSize);
+    require_luma_size(planes.luma, planes.motion, "mmap", at::kPlaneSize);
     if (!detects_texture()) {
         return;
     }
     if (!planes.fusion) {
-        log_log(LOG_FATAL, kSource, __LINE__, "texture mode 1 needs Yfusion; set reg_ee_texture_mode to 0");
+        log_log(LOG_FATAL, at::kNoFusion.source, at::kNoFusion.line,
+                "texture mode 1 needs Yfusion; set reg_ee_texture_mode to 0");
         fatal(kExitFormat, "texture mode 1 needs Yfusion; set reg_ee_texture_mode to 0\n");
     }
-    require_luma_size(planes.luma, *planes.fusion, "Yfusion", kSource);
+    require_luma_size(planes.luma, *planes.fusion, "Yfusion", at::kPlaneSize);
 }
 
 void run_pre_ee(const EePlanes& planes, RowSink& sink) {

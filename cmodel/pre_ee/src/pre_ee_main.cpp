@@ -8,12 +8,12 @@
 #include "ee_reg.h"
 #include "ee_reg_table.h"
 #include "fatal.h"
+#include "log_positions.h"
 #include "pnm.h"
 #include "pre_ee_pipeline.h"
 
 namespace {
 
-constexpr const char* kSource = "pre_ee_main";
 constexpr int kWords = 15;
 
 FILE* log_file;  // never closed: records come until the end
@@ -74,7 +74,7 @@ void check_log(char** argv) {
 }
 
 cm::PackedImage read_plane(const char* path, cm::PlaneMemory& memory) {
-    return cm::read_pnm(path, cm::PnmKind::kGrey, 410, &memory);
+    return cm::read_pnm(path, cm::PnmKind::kGrey, cm::at::kReadGrey, &memory);
 }
 
 // Chroma is meant to have half the luma's width, rounded either way, and its height.
@@ -85,7 +85,7 @@ void warn_about_chroma_size(const cm::EePlanes& planes) {
                (chroma.width() == width / 2 || chroma.width() == (width + 1) / 2);
     };
     if (!is_half(planes.cb) || !is_half(planes.cr)) {
-        log_log(LOG_WARN, kSource, __LINE__,
+        log_log(LOG_WARN, cm::at::kChromaSize.source, cm::at::kChromaSize.line,
                 "chroma is not half as wide as luma: Y is %dx%d, Cb %dx%d, Cr %dx%d; "
                 "columns and rows outside are reflected",
                 planes.luma.width(), planes.luma.height(), planes.cb.width(), planes.cb.height(),
@@ -147,7 +147,7 @@ void refuse_texture_mode() {
         constexpr const char* kMessage =
             "RGB input (mode 0) has no Yfusion: set reg_ee_texture_mode = 0, or give Y, Cb and Cr planes "
             "(mode 1)";
-        log_log(LOG_FATAL, kSource, __LINE__, "%s", kMessage);
+        log_log(LOG_FATAL, cm::at::kTextureInRgb.source, cm::at::kTextureInRgb.line, "%s", kMessage);
         cm::fatal(cm::kExitFormat, "%s\n", kMessage);
     }
 }
@@ -155,9 +155,9 @@ void refuse_texture_mode() {
 void run_rgb(char** argv) {
     refuse_texture_mode();
     cm::PlaneMemory memory;
-    const cm::PackedImage rgb = cm::read_pnm(argv[kY], cm::PnmKind::kColour, 325, &memory);
+    const cm::PackedImage rgb = cm::read_pnm(argv[kY], cm::PnmKind::kColour, cm::at::kReadColour, &memory);
     // Intended: must be there and readable, and is not used; the converted luma is sharpened itself.
-    cm::read_pnm(argv[kSrcYnr], cm::PnmKind::kColour, 325);
+    cm::read_pnm(argv[kSrcYnr], cm::PnmKind::kColour, cm::at::kReadColour);
     const cm::PackedImage motion = read_plane(argv[kMmap], memory);
 
     using Component = cm::RowSource::Component;
@@ -192,7 +192,8 @@ int main(int argc, char** argv) {
     LOAD_EE_INI(argv[kIniFile]);
     PRINT_EE_REG();
     // Intended: the text has its own name for reg_ee_enable.
-    log_log(LOG_INFO, kSource, 94, "reg_pre_ee_enable = %d", cm::reg_value(reg_ee_enable));
+    log_log(LOG_INFO, cm::at::kBlockEnable.source, cm::at::kBlockEnable.line, "reg_pre_ee_enable = %d",
+            cm::reg_value(reg_ee_enable));
 
     if (mode == 0) {
         run_rgb(argv);

@@ -14,12 +14,11 @@
 
 #include "ee_reg_table.h"
 #include "fatal.h"
+#include "log_positions.h"
 
 EE_REG ee_reg;
 
 namespace {
-
-constexpr const char* kSource = "ee_reg";
 
 // ---- INI dump ----
 
@@ -52,7 +51,7 @@ class HeaderPattern {
 // A set as the dump sees it: its name in the file, how it is written, and how the log calls the dump.
 struct DumpedSet {
     const char* operation;
-    int log_line;
+    cm::LogPosition position;
     std::string header;
     std::function<void(FILE*)> write;
 };
@@ -87,7 +86,8 @@ bool close_written(FILE* out) {
 }
 
 int fail_dump(const std::string& path, const char* what) {
-    log_log(LOG_ERROR, kSource, __LINE__, "cannot %s %s: %s", what, path.c_str(), std::strerror(errno));
+    log_log(LOG_ERROR, cm::at::kDumpFailed.source, cm::at::kDumpFailed.line, "cannot %s %s: %s", what,
+            path.c_str(), std::strerror(errno));
     return -1;
 }
 
@@ -105,7 +105,8 @@ bool rewrite_section(FILE* in, FILE* out, const DumpedSet& set) {
                 copy_line(line, out);
             }
         } else if (result != 0) {
-            log_log(LOG_DEBUG, kSource, set.log_line, "error: %s\n", pattern.error_text(result).c_str());
+            log_log(LOG_DEBUG, set.position.source, set.position.line, "error: %s\n",
+                    pattern.error_text(result).c_str());
         } else {
             if (newline_pending) {
                 std::fputc('\n', out);
@@ -142,8 +143,8 @@ int create_target(const std::string& path, const DumpedSet& set) {
 int dump_set(const char* path_text, const DumpedSet& set) {
     const std::string path = path_text;
     const std::string work_path = path + ".temp";
-    log_log(LOG_DEBUG, kSource, set.log_line, "[%s] Dump INI configurations in %s...", set.operation,
-            path_text);
+    log_log(LOG_DEBUG, set.position.source, set.position.line, "[%s] Dump INI configurations in %s...",
+            set.operation, path_text);
 
     FILE* const in = keeps_content(path) ? std::fopen(path.c_str(), "r") : nullptr;
     if (in == nullptr) {
@@ -175,7 +176,7 @@ int dump_set(const char* path_text, const DumpedSet& set) {
         work = std::fopen(work_path.c_str(), "r");
         FILE* const out = std::fopen(path.c_str(), "w");
         if (work == nullptr) {
-            log_log(LOG_DEBUG, kSource, set.log_line, "error: no temp.ini file!");
+            log_log(LOG_DEBUG, set.position.source, set.position.line, "error: no temp.ini file!");
             if (out != nullptr) {
                 std::fclose(out);
             }
@@ -198,8 +199,8 @@ int dump_set(const char* path_text, const DumpedSet& set) {
         }
         unlink(work_path.c_str());
     }
-    log_log(LOG_DEBUG, kSource, set.log_line, "[%s] Dump INI configurations in %s done", set.operation,
-            path_text);
+    log_log(LOG_DEBUG, set.position.source, set.position.line, "[%s] Dump INI configurations in %s done",
+            set.operation, path_text);
     return 0;
 }
 
@@ -257,10 +258,11 @@ int parse_ini(const char* path) {
 }  // namespace
 
 int INIT_EE_REG(const char* ins_name) {
-    log_log(LOG_DEBUG, kSource, 107, "[INIT] Init ee Reg configurations...");
+    log_log(LOG_DEBUG, cm::at::kInitBegin.source, cm::at::kInitBegin.line,
+            "[INIT] Init ee Reg configurations...");
     ee_reg_hw_init(&ee_reg.hw, ins_name);
     ee_reg_sw_init(&ee_reg.sw, ins_name);
-    log_log(LOG_DEBUG, kSource, 110, "[INIT] Init ee Reg Done....");
+    log_log(LOG_DEBUG, cm::at::kInitDone.source, cm::at::kInitDone.line, "[INIT] Init ee Reg Done....");
     return 0;
 }
 
@@ -270,15 +272,16 @@ int ee_reg_loader(void* user, const char* section, const char* key, const char* 
 }
 
 int LOAD_EE_INI(const char* path) {
-    log_log(LOG_DEBUG, kSource, 47, "[LOAD] Load ee INI configurations...");
+    log_log(LOG_DEBUG, cm::at::kLoadBegin.source, cm::at::kLoadBegin.line,
+            "[LOAD] Load ee INI configurations...");
     if (parse_ini(path) < 0) {
-        log_log(LOG_DEBUG, kSource, 49, "Can't handle ee_reg.");
+        log_log(LOG_DEBUG, cm::at::kLoadFailed.source, cm::at::kLoadFailed.line, "Can't handle ee_reg.");
         return 1;
     }
-    log_log(LOG_DEBUG, kSource, 52, "[LOAD] Load ee Done...");
+    log_log(LOG_DEBUG, cm::at::kLoadDone.source, cm::at::kLoadDone.line, "[LOAD] Load ee Done...");
     for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
         if (ee_reg.hw.slot[slot].is_set != 1) {
-            log_log(LOG_ERROR, "ee_reg_hw_def", cm::kRegTable[slot].line,
+            log_log(LOG_ERROR, cm::at::kPrintHardwareSet.source, cm::kRegTable[slot].line,
                     "[REG] %s.%s.%s is not set in .ini file", ee_reg.hw.name, "hw", cm::kRegTable[slot].key);
         }
     }
@@ -286,28 +289,32 @@ int LOAD_EE_INI(const char* path) {
 }
 
 int PRINT_EE_REG(void) {
-    log_log(LOG_DEBUG, kSource, 95, "[PRINT] Print ee Reg configurations ...");
+    log_log(LOG_DEBUG, cm::at::kPrintBegin.source, cm::at::kPrintBegin.line,
+            "[PRINT] Print ee Reg configurations ...");
     ee_reg_hw_print(&ee_reg.hw);
     ee_reg_sw_print(&ee_reg.sw);
-    log_log(LOG_DEBUG, kSource, 98, "[PRINT] Print ee Reg Done....");
+    log_log(LOG_DEBUG, cm::at::kPrintDone.source, cm::at::kPrintDone.line, "[PRINT] Print ee Reg Done....");
     return 0;
 }
 
 int DUMP_EE_INI(const char* path) {
-    log_log(LOG_DEBUG, kSource, 79, "[DUMP] Dump ee INI configurations in %s...", path);
+    log_log(LOG_DEBUG, cm::at::kDumpBegin.source, cm::at::kDumpBegin.line,
+            "[DUMP] Dump ee INI configurations in %s...", path);
     if (DUMP_EE_HW_INI(path) != 0 || DUMP_EE_SW_INI(path) != 0) {
         return -1;
     }
-    log_log(LOG_DEBUG, kSource, 82, "[DUMP] Dump ee INI Done....");
+    log_log(LOG_DEBUG, cm::at::kDumpDone.source, cm::at::kDumpDone.line, "[DUMP] Dump ee INI Done....");
     return 0;
 }
 
 int DUMP_EE_HW_INI(const char* path) {
-    return dump_set(path, {"DUMP_EE_HW_INI", 86, std::string("[") + ee_reg.hw.name + "]",
-                           [](FILE* out) { ee_reg_hw_dump_ini(out, &ee_reg.hw); }});
+    return dump_set(path,
+                    {"DUMP_EE_HW_INI", cm::at::kDumpHardwareSet, std::string("[") + ee_reg.hw.name + "]",
+                     [](FILE* out) { ee_reg_hw_dump_ini(out, &ee_reg.hw); }});
 }
 
 int DUMP_EE_SW_INI(const char* path) {
-    return dump_set(path, {"DUMP_EE_SW_INI", 87, std::string("[") + ee_reg.sw.name + "]",
-                           [](FILE* out) { ee_reg_sw_dump_ini(out, &ee_reg.sw); }});
+    return dump_set(path,
+                    {"DUMP_EE_SW_INI", cm::at::kDumpSoftwareSet, std::string("[") + ee_reg.sw.name + "]",
+                     [](FILE* out) { ee_reg_sw_dump_ini(out, &ee_reg.sw); }});
 }

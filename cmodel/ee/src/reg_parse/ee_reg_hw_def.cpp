@@ -4,11 +4,9 @@
 
 #include "ee_reg_name.h"
 #include "ee_reg_table.h"
+#include "log_positions.h"
 
 namespace {
-
-constexpr const char* kSource = "ee_reg_hw_def";
-constexpr int kHeaderLine = 8;
 
 // The decimal number a value text begins with, as atoi() reads it; text without one is 0, and only the
 // low 32 bits of a large number count.
@@ -60,10 +58,10 @@ int ee_reg_hw_load(EE_REG_HW* set, const char* section, const char* key, const c
 }
 
 int ee_reg_hw_print(const EE_REG_HW* set) {
-    log_log(LOG_DEBUG, kSource, kHeaderLine, "[%s]", set->name);
+    log_log(LOG_DEBUG, cm::at::kPrintHardwareSet.source, cm::at::kPrintHardwareSet.line, "[%s]", set->name);
     for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
-        log_log(LOG_DEBUG, kSource, cm::kRegTable[slot].line, "%s.%s.%s = %ld", set->name, "hw",
-                cm::kRegTable[slot].key, shown_value(set, slot));
+        log_log(LOG_DEBUG, cm::at::kPrintHardwareSet.source, cm::kRegTable[slot].line, "%s.%s.%s = %ld",
+                set->name, "hw", cm::kRegTable[slot].key, shown_value(set, slot));
     }
     return 0;
 }
