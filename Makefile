@@ -39,13 +39,13 @@ bench: deps
 FUZZ_SECONDS ?= 60
 fuzz: deps
 	@tools/install_packages.sh packages-fuzz.txt
-	tools/fuzz.sh $(FUZZ_SECONDS)
+	fuzz/fuzz.sh $(FUZZ_SECONDS)
 
 # Breaks the model in MUTANTS places, one at a time, and lists the changes that no test notices.
 MUTANTS ?= 300
 MUTANT_SEED ?= 1
 mutate: deps
-	nice tools/mutate.py --count $(MUTANTS) --seed $(MUTANT_SEED)
+	nice tests/mutate.py --count $(MUTANTS) --seed $(MUTANT_SEED)
 
 clean:
 	rm -rf build demo-out

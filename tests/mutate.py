@@ -6,7 +6,7 @@ Works on copies of the tree in a temporary directory. A mutant runs against the 
 fail; one that passes these meets the whole suite. Mutants are drawn evenly from all files, fewer from headers,
 which take long to build.
 
-Mutants that are known to change nothing stand in tools/mutants_equivalent.txt and are left out:
+Mutants that are known to change nothing stand in tests/mutants_equivalent.txt and are left out:
     FILE: why it changes nothing
     - line as it is
     + line as changed
@@ -30,7 +30,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-EQUIVALENT = ROOT / "tools/mutants_equivalent.txt"
+EQUIVALENT = ROOT / "tests/mutants_equivalent.txt"
 SKIPPED_DIRS = {".git", "build", "demo-out"}
 # Without datapath: declarations, memory pages, the choice of instruction set, ways to end.
 SKIPPED_FILES = {"common.h", "ee_hw.h", "pre_ee_hw.h", "ee_reg.h", "log.h", "large_pages.h", "fatal.h",
@@ -238,7 +238,7 @@ class Tree:
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter,
                                      epilog="Exit status 1: new survivors. Example: "
-                                            "tools/mutate.py --count 40 --files '*/ee_coring.cpp'")
+                                            "tests/mutate.py --count 40 --files '*/ee_coring.cpp'")
     parser.add_argument("--count", type=int, default=300, help="mutants to try (default 300); 0 for all")
     parser.add_argument("--seed", type=int, default=1, help="of the draw (default 1)")
     parser.add_argument("--files", metavar="GLOB", default="*", help="only these files, as in '*/log.cpp'")
