@@ -9,9 +9,9 @@
 #include "common.h"
 #include "ee_hw.h"
 #include "ee_reg_table.h"
+#include "fixed_run.h"
 #include "fuzz.h"
 #include "pre_ee_hw.h"
-#include "pre_ee_pipeline.h"
 #include "row_targets.h"
 
 namespace {
@@ -206,17 +206,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t pixels = size_t{luma.width} * luma.height;
     std::vector<uint8_t> bytes(pixels);
     if (!classic) {
-        using cm::RowSource;
-        using Component = RowSource::Component;
-        const auto source = [&](int i, Component c) {
-            return rgb ? RowSource(packed[kY], c) : RowSource(packed[i]);
-        };
-        const cm::EePlanes rows{
-            source(kY, Component::kLuma), source(kCb, Component::kCb),
-            source(kCr, Component::kCr),  source(kImage, Component::kLuma),
-            RowSource(packed[kMotion]),   rgb ? std::nullopt : std::optional<RowSource>(packed[kFusion])};
+        const cm::PackedSource grey[kInputs] = {cm::PackedSource(packed[kY]),     cm::PackedSource(packed[kCb]),
+                                                cm::PackedSource(packed[kCr]),    cm::PackedSource(packed[kImage]),
+                                                cm::PackedSource(packed[kMotion]), cm::PackedSource(packed[kFusion])};
+        const cm::PackedChannelSource red(packed[kY], 0), green(packed[kY], 1), blue(packed[kY], 2);
+        using cm::ColourSource;
+        const ColourSource y(red, green, blue, ColourSource::kLuma), cb(red, green, blue, ColourSource::kCb),
+            cr(red, green, blue, ColourSource::kCr);
+        cm::InputPlanes rows = {&grey[kY], &grey[kCb], &grey[kCr], &grey[kImage], &grey[kMotion], &grey[kFusion]};
+        if (rgb) {
+            rows[kY] = rows[kImage] = &y;
+            rows[kCb] = &cb;
+            rows[kCr] = &cr;
+            rows[kFusion] = nullptr;
+        }
         cm::ByteSink sink(bytes.data(), static_cast<int>(luma.width));
-        cm::run_pre_ee(rows, sink);
+        cm::run_fixed(cm::kPreEe, rows, sink);
     }
     cm::set_row_target(static_cast<cm::RowTarget>(targets / 3 % 3));
     const Frame want = run_stages(planes, classic);

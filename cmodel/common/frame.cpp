@@ -5,10 +5,10 @@
 #include "common.h"
 #include "fatal.h"
 #include "fixed_point.h"
+#include "frame_internal.h"
 #include "large_pages.h"
 #include "log_positions.h"
 #include "mirror.h"
-#include "row_io.h"
 
 char dbg_path[1024];
 int dump_dbg_img;
@@ -44,6 +44,18 @@ FRAME* cm::new_frame(uint32_t file_type, uint32_t format, uint32_t width, uint32
     }
     *frame = FRAME{file_type, format, 0, width, height, channels, depth, data};
     return frame;
+}
+
+void cm::write_row(FRAME& frame, int64_t y, const int32_t* row, int width, int channel) {
+    const size_t own_y = static_cast<size_t>(mirror(y, static_cast<int>(frame.height)));
+    int32_t* const dst = frame.data + frame.channels * own_y * frame.width + channel;
+    if (frame.channels == 1 && static_cast<int>(frame.width) == width) {
+        std::memcpy(dst, row, frame.width * sizeof(int32_t));
+        return;
+    }
+    for (int x = 0; x < width; ++x) {
+        dst[frame.channels * static_cast<size_t>(mirror(x, static_cast<int>(frame.width)))] = row[x];
+    }
 }
 
 FRAME* CM_NewFRAME(uint32_t file_type, uint32_t format, uint32_t width, uint32_t height, uint32_t channels,

@@ -21,7 +21,8 @@ template <int R, int kTile>
 struct FoldedRows {
     int32_t row[R + 1][kTile + 2 * R];
 
-    CM_INLINE FoldedRows(const int32_t* const* rows, int x0, int tile) {
+    template <typename T>
+    CM_INLINE FoldedRows(const T* const* rows, int x0, int tile) {
         for (int i = 0; i < tile + 2 * R; ++i) {
             const int x = x0 + i - R;
             row[0][i] = rows[R][x];

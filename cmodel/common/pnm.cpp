@@ -192,20 +192,19 @@ LoadError load_pnm(const char* path, PnmKind kind, const LogPosition& position, 
 }
 
 // Big-endian samples of one plane, `step` bytes apart.
-template <int kBytes>
-CM_INLINE void decode_samples(const uint8_t* src, size_t step, uint32_t mask, int32_t* __restrict dst,
-                              int count) {
+template <int kBytes, typename T>
+CM_INLINE void decode_samples(const uint8_t* src, size_t step, uint32_t mask, T* __restrict dst, int count) {
     for (int x = 0; x < count; ++x) {
         uint32_t v = 0;
         for (int k = 0; k < kBytes; ++k) {
             v = v << 8 | src[static_cast<size_t>(x) * step + static_cast<size_t>(k)];
         }
-        dst[x] = static_cast<int32_t>(v & mask);
+        dst[x] = static_cast<T>(v & mask);
     }
 }
 
-CM_ROW_FUNCTION(decode_row,
-                (const uint8_t* src, size_t channels, int bytes, uint32_t mask, int32_t* dst, int count),
+CM_ROW_TEMPLATE(decode_row,
+                (const uint8_t* src, size_t channels, int bytes, uint32_t mask, T* dst, int count),
                 (src, channels, bytes, mask, dst, count)) {
     switch (bytes) {
         // The usual files, with steps that the compiler knows.
@@ -250,7 +249,7 @@ void fill_frame(const PackedImage& image, FRAME& frame) {
         static_cast<int32_t*>(static_cast<void*>(allocate_bytes(image.width * sizeof(int32_t)).release())));
     for (uint32_t y = 0; y < image.height; ++y) {
         for (uint32_t c = 0; c < image.channels; ++c) {
-            image.read_row(y, c, row.get());
+            image.read_row(y, c, 0, image.width, row.get());
             int32_t* const dst = frame.data + size_t{frame.channels} * y * frame.width + c;
             for (uint32_t x = 0; x < image.width; ++x) {
                 dst[size_t{frame.channels} * x] = row[x];
@@ -268,9 +267,23 @@ FRAME* frame_from(const PackedImage& image, uint32_t file_type, uint32_t format)
 
 // ---- Writing ----
 
-void print_header(CheckedFile& out, char magic, uint32_t width, uint32_t height) {
-    out.print("P%c\n# Created by KORVEN DPU Model\n%d %d\n", magic, static_cast<int>(width),
+void print_size(CheckedFile& out, PnmKind kind, uint32_t width, uint32_t height) {
+    out.print("P%c\n# Created by KORVEN DPU Model\n%d %d\n", static_cast<char>(kind), static_cast<int>(width),
               static_cast<int>(height));
+}
+
+// Intended: the exponent of P6's max value counts modulo 32.
+void print_header(CheckedFile& out, PnmKind kind, int width, int height, int depth) {
+    print_size(out, kind, static_cast<uint32_t>(width), static_cast<uint32_t>(height));
+    if (kind == PnmKind::kGrey) {
+        out.print("%u\n", written_max(depth));
+    } else {
+        out.print("%d\n", int32_t{pow2_mod32(depth) - Wrap(1)});
+    }
+}
+
+void print_header(CheckedFile& out, PnmKind kind, const FRAME& frame) {
+    print_header(out, kind, static_cast<int>(frame.width), static_cast<int>(frame.height), frame.depth);
 }
 
 CM_ROW_FUNCTION(grey_pixels_row, (const int32_t* src, uint8_t* __restrict dst, size_t count),
@@ -313,7 +326,7 @@ void write_bytes(CheckedFile& out, const FRAME& frame, PnmKind kind) {
     for (size_t first = 0; first < pixels; first += kWriteChunk / 3) {
         const size_t count = std::min(pixels - first, kWriteChunk / 3);
         if (kind == PnmKind::kColour) {
-            grey_pixels_row(frame.data + first, bytes, count);
+            grey_pixels(frame.data + first, bytes, count);
             out.write(bytes, 3 * count);
         } else {
             pack_samples(frame.data + first, count, 1, bytes);
@@ -333,7 +346,7 @@ void write_frame(CheckedFile& out, const FRAME& frame, PnmKind kind) {
 void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int target_depth,
                    const LogPosition& position) {
     CheckedFile out(path);
-    print_header(out, static_cast<char>(kind), frame.width, frame.height);
+    print_size(out, kind, frame.width, frame.height);
     if (target_depth < 1 || target_depth > 32) {
         out.close();
         log_log(LOG_ERROR, position.source, position.line,
@@ -392,23 +405,27 @@ bool PlaneMemory::add_region(size_t size) {
     return true;
 }
 
-void PackedImage::read_row(uint32_t y, uint32_t c, int32_t* dst) const {
+template <typename T>
+void PackedImage::read_row(uint32_t y, uint32_t c, uint32_t x, uint32_t count, T* dst) const {
     const uint32_t mask = channels == 3 ? max_value : ~uint32_t{0};
-    const size_t first = size_t{y} * width * channels + c;
-    if ((first + (size_t{width} - 1) * channels + 1) * static_cast<size_t>(sample_bytes) <= present) {
+    const size_t first = (size_t{y} * width + x) * channels + c;
+    if ((first + (size_t{count} - 1) * channels + 1) * static_cast<size_t>(sample_bytes) <= present) {
         decode_row(bytes.get() + first * static_cast<size_t>(sample_bytes), channels, sample_bytes, mask, dst,
-                   static_cast<int>(width));
+                   static_cast<int>(count));
         return;
     }
-    // The file ends in or before this row. The sample at which the end was met and, in each later
+    // The file ends in or before these samples. The sample at which the end was met and, in each later
     // pixel, the first channel hold end-of-file bytes; the other channels were never reached.
     const size_t whole = present / static_cast<size_t>(sample_bytes);
-    for (uint32_t x = 0; x < width; ++x) {
-        const size_t index = first + size_t{x} * channels;
+    for (uint32_t i = 0; i < count; ++i) {
+        const size_t index = first + size_t{i} * channels;
         const bool reached = index <= whole || c == 0;
-        dst[x] = reached ? from_bits(to_bits(decode_short_sample(*this, index)) & mask) : Wrap(0);
+        const Wrap v = reached ? from_bits(to_bits(decode_short_sample(*this, index)) & mask) : Wrap(0);
+        dst[i] = static_cast<T>(int32_t{v});
     }
 }
+template void PackedImage::read_row(uint32_t, uint32_t, uint32_t, uint32_t, int32_t*) const;
+template void PackedImage::read_row(uint32_t, uint32_t, uint32_t, uint32_t, int16_t*) const;
 
 PackedImage read_pnm(const char* path, PnmKind kind, const LogPosition& position, PlaneMemory* memory) {
     PackedImage image;
@@ -426,8 +443,7 @@ uint32_t written_max(int depth) {
     return depth < 32 ? to_bits(pow2_mod32(depth)) - 1 : ~uint32_t{0};
 }
 
-CM_ROW_FUNCTION(pack_bytes_row, (const int32_t* src, uint8_t* __restrict dst, size_t count),
-                (src, dst, count)) {
+CM_ROW_TEMPLATE(pack_bytes_row, (const T* src, uint8_t* __restrict dst, size_t count), (src, dst, count)) {
     for (size_t i = 0; i < count; ++i) {
         dst[i] = static_cast<uint8_t>(src[i]);
     }
@@ -446,29 +462,36 @@ void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* d
     }
 }
 
-void write_colour_rows(const char* path, uint32_t width, uint32_t height,
-                       const std::function<void(uint32_t y, uint8_t* pixels)>& make_row) {
-    CheckedFile out(path);
-    print_header(out, '6', width, height);
-    out.print("255\n");
+void grey_pixels(const int32_t* src, uint8_t* dst, size_t count) {
+    grey_pixels_row(src, dst, count);
+}
+
+void pack_samples(const int16_t* src, size_t count, uint8_t* dst) {
+    pack_bytes_row(src, dst, count);
+}
+
+void write_rows(const std::string& path, PnmKind kind, int width, int height, int depth,
+                const MakeRow& make_row) {
+    CheckedFile out(path.c_str());
+    print_header(out, kind, width, height, depth);
     // Some rows a write: each goes through the cache once, and the file system is called seldom.
-    const size_t row_bytes = size_t{3} * width;
-    const uint32_t rows_at_once = static_cast<uint32_t>(std::max<size_t>(1, 4 * kWriteChunk / row_bytes));
-    const Bytes rows = allocate_bytes(row_bytes * rows_at_once);
-    for (uint32_t first = 0; first < height; first += rows_at_once) {
-        const uint32_t count = std::min(rows_at_once, height - first);
-        for (uint32_t k = 0; k < count; ++k) {
-            make_row(first + k, rows.get() + k * row_bytes);
+    const size_t row_bytes = static_cast<size_t>(width) * static_cast<size_t>(written_bytes(depth)) *
+                             (kind == PnmKind::kColour ? 3 : 1);
+    const int rows_at_once = static_cast<int>(std::max<size_t>(1, 4 * kWriteChunk / row_bytes));
+    const Bytes rows = allocate_bytes(row_bytes * static_cast<size_t>(rows_at_once));
+    for (int first = 0; first < height; first += rows_at_once) {
+        const int count = std::min(rows_at_once, height - first);
+        for (int k = 0; k < count; ++k) {
+            make_row(first + k, rows.get() + static_cast<size_t>(k) * row_bytes);
         }
-        out.write(rows.get(), count * row_bytes);
+        out.write(rows.get(), static_cast<size_t>(count) * row_bytes);
     }
     out.close();
 }
 
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed) {
     CheckedFile out(path);
-    print_header(out, '5', width, height);
-    out.print("%u\n", written_max(depth));
+    print_header(out, PnmKind::kGrey, static_cast<int>(width), static_cast<int>(height), depth);
     out.write(packed, size_t{width} * height * static_cast<size_t>(written_bytes(depth)));
     out.close();
 }
@@ -497,16 +520,14 @@ int CM_ReadPPM5_safe(const char* path, FRAME* frame) {
 
 void CM_WritePPM5(const char* path, const FRAME* frame) {
     cm::CheckedFile out(path);
-    cm::print_header(out, '5', frame->width, frame->height);
-    out.print("%u\n", cm::written_max(frame->depth));
+    cm::print_header(out, cm::PnmKind::kGrey, *frame);
     cm::write_frame(out, *frame, cm::PnmKind::kGrey);
     out.close();
 }
 
 void CM_WritePPM(const char* path, const FRAME* frame) {
     cm::CheckedFile out(path);
-    cm::print_header(out, '6', frame->width, frame->height);
-    out.print("%d\n", int32_t{cm::pow2_mod32(frame->depth) - cm::Wrap(1)});
+    cm::print_header(out, cm::PnmKind::kColour, *frame);
     cm::write_frame(out, *frame, cm::PnmKind::kColour);
     out.close();
 }

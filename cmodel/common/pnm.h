@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "log_positions.h"
@@ -71,8 +72,9 @@ struct PackedImage {
     size_t samples() const { return size_t{width} * height * channels; }
     bool complete() const { return present == samples() * static_cast<size_t>(sample_bytes); }
 
-    // Samples of channel c in row y, one per column.
-    void read_row(uint32_t y, uint32_t c, int32_t* dst) const;
+    // Samples x .. x + count - 1 of channel c in row y. Those that do not fit T keep their low bits.
+    template <typename T>
+    void read_row(uint32_t y, uint32_t c, uint32_t x, uint32_t count, T* dst) const;
 };
 
 // Reads a whole file, unlocked and closed on return. `position` is that of the depth record. The
@@ -84,13 +86,18 @@ PackedImage read_pnm(const char* path, PnmKind kind, const LogPosition& position
 int written_bytes(int depth);
 uint32_t written_max(int depth);
 
-// Big-endian samples, `count` of them.
+// Big-endian samples, `count` of them; of bytes, one each.
 void pack_samples(const int32_t* src, size_t count, int sample_bytes, uint8_t* dst);
+void pack_samples(const int16_t* src, size_t count, uint8_t* dst);
 
-// Writes an 8-bit P6 file row by row; `make_row` fills three bytes a pixel. A failing write ends the
-// program.
-void write_colour_rows(const char* path, uint32_t width, uint32_t height,
-                       const std::function<void(uint32_t y, uint8_t* pixels)>& make_row);
+// Writes a P6 (or P5) file row by row; `make_row` fills three samples a pixel (or one), big-endian. A failing
+// write ends the program.
+using MakeRow = std::function<void(int y, uint8_t* pixels)>;
+void write_rows(const std::string& path, PnmKind kind, int width, int height, int depth,
+                const MakeRow& make_row);
+
+// One sample as three equal channels, bits above the eighth dropped.
+void grey_pixels(const int32_t* src, uint8_t* dst, size_t count);
 
 // Writes a whole P5 file from packed samples. A failing write ends the program.
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed);

@@ -10,6 +10,8 @@
 // defines scale_row(...), which runs the version for the current target. The body is the same for
 // all of them, so every target gives the same bits; only the compiler's choice of instructions
 // differs. Elsewhere than on x86-64 there is one version.
+//
+// CM_ROW_TEMPLATE() defines a template, for rows of samples of type T.
 #ifndef CMODEL_ROW_TARGETS_H
 #define CMODEL_ROW_TARGETS_H
 
@@ -40,33 +42,39 @@ void set_row_target(RowTarget target);
 #else
 #define CM_TARGET_V4 __attribute__((target("arch=x86-64-v4,prefer-vector-width=256")))
 #endif
-#define CM_ROW_FUNCTION(name, params, args)                                  \
-    static CM_INLINE void name##_datapath params;                            \
-    CM_TARGET_V4 static void name##_v4 params {                              \
-        name##_datapath args;                                                \
-    }                                                                        \
-    __attribute__((target("arch=x86-64-v3"))) static void name##_v3 params { \
-        name##_datapath args;                                                \
-    }                                                                        \
-    static void name##_baseline params {                                     \
-        name##_datapath args;                                                \
-    }                                                                        \
-    void name params {                                                       \
-        switch (row_target()) {                                              \
-            case RowTarget::kV4:                                             \
-                name##_v4 args;                                              \
-                return;                                                      \
-            case RowTarget::kV3:                                             \
-                name##_v3 args;                                              \
-                return;                                                      \
-            default:                                                         \
-                name##_baseline args;                                        \
-                return;                                                      \
-        }                                                                    \
-    }                                                                        \
-    static CM_INLINE void name##_datapath params
+#define CM_TARGET_V3 __attribute__((target("arch=x86-64-v3")))
+#define CM_ROW_VERSIONS(head, linkage, name, params, with, args) \
+    head static CM_INLINE void name##_datapath params;           \
+    head CM_TARGET_V4 static void name##_v4 params {             \
+        name##_datapath with args;                               \
+    }                                                            \
+    head CM_TARGET_V3 static void name##_v3 params {             \
+        name##_datapath with args;                               \
+    }                                                            \
+    head static void name##_baseline params {                    \
+        name##_datapath with args;                               \
+    }                                                            \
+    head linkage void name params {                              \
+        switch (row_target()) {                                  \
+            case RowTarget::kV4:                                 \
+                name##_v4 with args;                             \
+                return;                                          \
+            case RowTarget::kV3:                                 \
+                name##_v3 with args;                             \
+                return;                                          \
+            default:                                             \
+                name##_baseline with args;                       \
+                return;                                          \
+        }                                                        \
+    }                                                            \
+    head static CM_INLINE void name##_datapath params
 #else
-#define CM_ROW_FUNCTION(name, params, args) void name params
+#define CM_ROW_VERSIONS(head, linkage, name, params, with, args) head linkage void name params
 #endif
+
+#define CM_EMPTY
+#define CM_ROW_FUNCTION(name, params, args) CM_ROW_VERSIONS(CM_EMPTY, CM_EMPTY, name, params, CM_EMPTY, args)
+#define CM_ROW_TEMPLATE(name, params, args) \
+    CM_ROW_VERSIONS(template <typename T>, static, name, params, <T>, args)
 
 #endif

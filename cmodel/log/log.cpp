@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "record_log.h"
+
 namespace {
 
 struct Sink {
@@ -65,9 +67,7 @@ struct LazyTime {
     }
 };
 
-}  // namespace
-
-void log_log(int level, const char* file, int line, const char* fmt, ...) {
+void log_va(int level, const char* file, int line, const char* fmt, va_list args) {
     log_Event event{};
     event.fmt = fmt;
     event.file = file;
@@ -75,8 +75,6 @@ void log_log(int level, const char* file, int line, const char* fmt, ...) {
     event.level = level;
     LazyTime time;
 
-    va_list args;
-    va_start(args, fmt);
     const auto serve = [&](log_SinkFn fn, void* udata) {
         event.time = time.get();
         event.udata = udata;
@@ -97,6 +95,25 @@ void log_log(int level, const char* file, int line, const char* fmt, ...) {
         }
     }
     set_lock(false);
+}
+
+class GlobalLog : public cm::RecordLog {
+    void take(int level, const cm::LogPosition& at, const char* fmt, va_list args) override {
+        log_va(level, at.source, at.line, fmt, args);
+    }
+};
+
+}  // namespace
+
+cm::RecordLog& cm::global_log() {
+    static GlobalLog log;
+    return log;
+}
+
+void log_log(int level, const char* file, int line, const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    log_va(level, file, line, fmt, args);
     va_end(args);
 }
 

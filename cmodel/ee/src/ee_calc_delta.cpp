@@ -1,16 +1,15 @@
 // Deltas of the classic pipeline: luma through a 7x7 mid-frequency and a 5x5 high-frequency kernel,
 // into eighths of a luma code. The shift is that of 8-bit luma whatever the depth.
+#include "block_on_frames.h"
 #include "ee_blocks.h"
-#include "ee_reg_table.h"
+#include "ee_hw.h"
 #include "kernel.h"
-#include "row_io.h"
 #include "row_targets.h"
 
 namespace cm {
 namespace {
 
 constexpr int kShift = 6;
-constexpr int kTile = 512;
 
 constexpr SymmetricKernel<3> kMfKernel = {{
     {80},
@@ -19,44 +18,42 @@ constexpr SymmetricKernel<3> kMfKernel = {{
     {-8, -7, -4, -1},
 }};
 
-}  // namespace
-
-CM_ROW_FUNCTION(classic_delta_row, (Window rows, int32_t* __restrict mf, int32_t* __restrict hf, int width),
+CM_ROW_TEMPLATE(classic_delta_row, (const T* const* rows, T* __restrict mf, T* __restrict hf, int width),
                 (rows, mf, hf, width)) {
     for (int x0 = 0; x0 < width; x0 += kTile) {
         const int tile = width - x0 < kTile ? width - x0 : kTile;
         const FoldedRows<3, kTile> folded(rows, x0, tile);
         for (int i = 0; i < tile; ++i) {
-            mf[x0 + i] = shift_magnitude(folded.sum(kMfKernel, i), kShift, kDeltaMax);
-            hf[x0 + i] = shift_magnitude(folded.sum(kHfKernel, i), kShift, kDeltaMax);
+            mf[x0 + i] = static_cast<T>(shift_magnitude(folded.sum(kMfKernel, i), kShift, kDeltaMax));
+            hf[x0 + i] = static_cast<T>(shift_magnitude(folded.sum(kHfKernel, i), kShift, kDeltaMax));
         }
     }
 }
 
-void report_classic_delta(const RowSource& mf, const RowSource& hf) {
-    write_sign_image(debug_path("dbg_delta_MF_8b.ppm"), mf);
-    write_sign_image(debug_path("dbg_delta_HF_8b.ppm"), hf);
-}
+struct CalcDelta {
+    void configure(const Registers&, const BlockSetup&) {}
+
+    template <typename T>
+    void run(const BlockRows<T>& rows) const {
+        classic_delta_row(rows.window[0], rows.out[0], rows.out[1], rows.width);
+    }
+
+    void report(const BlockReport& report) const {
+        if (report.images()) {
+            write_sign_image(report.image_path("dbg_delta_MF_8b.ppm"), *report.out[0]);
+            write_sign_image(report.image_path("dbg_delta_HF_8b.ppm"), *report.out[1]);
+        }
+    }
+};
+
+}  // namespace
+
+const Block kCalcDelta = make_block<CalcDelta>(
+    {"EE_CalcDelta", "7x7 and 5x5 band-pass kernels", "`dbg_delta_MF_8b.ppm`, `dbg_delta_HF_8b.ppm`"},
+    {{.reach = 3, .padded = true, .when_off = 0}}, {{.shown = Shown::kPicture}, {.shown = Shown::kPicture}});
 
 }  // namespace cm
 
 void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) {
-    const int width = static_cast<int>(in->width);
-    const bool enabled = cm::reg_value(reg_ee_enable) == 1;
-    const cm::AlignedRow mf_row = cm::output_row(width);
-    const cm::AlignedRow hf_row = cm::output_row(width);
-    for (int x = 0; x < width; ++x) {
-        mf_row[static_cast<size_t>(x)] = hf_row[static_cast<size_t>(x)] = 0;
-    }
-    cm::FrameWindow<3> window(*in, width);
-    for (int y = 0; y < static_cast<int>(in->height); ++y) {
-        if (enabled) {
-            cm::classic_delta_row(window.around(y), mf_row.get(), hf_row.get(), width);
-        }
-        cm::write_row(*mf, y, mf_row.get(), width);
-        cm::write_row(*hf, y, hf_row.get(), width);
-    }
-    if (dump_dbg_img != 0) {
-        cm::report_classic_delta(cm::RowSource(*mf), cm::RowSource(*hf));
-    }
+    cm::run_on_frames(cm::kCalcDelta, {{in}}, {{mf}, {hf}}, *in);
 }

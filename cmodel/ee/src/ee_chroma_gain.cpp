@@ -4,19 +4,16 @@
 //   (cb, cr) --+-- CORDIC hue ------> hue table ---- h --+
 //              +-- amplitude -------> curve -------- w --+--> ((128 - w) * 64 + w * h) >> 7
 #include <algorithm>
+#include <numeric>
 
+#include "block_on_frames.h"
 #include "ee_blocks.h"
-#include "ee_reg_table.h"
-#include "fixed_point.h"
-#include "log_positions.h"
-#include "row_io.h"
+#include "ee_curve.h"
+#include "ee_hw.h"
 #include "row_targets.h"
 
 namespace cm {
 namespace {
-
-constexpr int32_t kChromaMid = 128;
-constexpr int32_t kUnitGain = 64;
 
 // CORDIC steps: tangent and scale of each, in 64ths. The scale compensates step by step, so the vector
 // keeps its length and the precision of its 8-bit inputs.
@@ -60,17 +57,40 @@ CM_INLINE int32_t approximate_length(int32_t a, int32_t b) {
     return max32(near_axis, near_diagonal);
 }
 
-constexpr int kTile = 512;
+// Gain of every 8-bit chroma, by 256 * Cb + Cr; for frames that are not done before the table is.
+using ChromaTable = int16_t[256 * 256];
 
-// Frames of fewer pixels are done before a table of all chroma values is.
-constexpr size_t kTableWorthwhile = 3 * 256 * 256;
+struct ChromaGain {
+    bool by_lowpass;
+    bool above_unit;
+    GainTable hue_gain;        // by hue
+    CurveTable weight;         // share of the hue gain in 128ths, by amplitude
+    const int16_t* by_chroma;  // a ChromaTable or null
 
-}  // namespace
+    void configure(const Registers& r, const BlockSetup& setup);
+
+    // Weights above the whole turn the gain's sign, and make the total gain larger than 16 bits hold.
+    bool fits_narrow() const { return !above_unit; }
+
+    template <typename T>
+    void run(const BlockRows<T>& rows) const;
+
+    // Intended: the one-channel map goes through the colour writer.
+    void report(const BlockReport& report) const {
+        if (above_unit) {
+            report.log.record(LOG_ERROR, at::kChromaLevels,
+                              "reg_ee_chroma_amp_lut_out is greater than 128\n");
+        }
+        if (report.images()) {
+            write_plane_image(report.image_path("dbg_adptgain_chromawgt_8b.ppm"), PnmKind::kColour,
+                              *report.out[0]);
+        }
+    }
+};
 
 // Hue, amplitude and blend, sample by sample.
-CM_ROW_FUNCTION(chroma_compute_row,
-                (const int32_t* cb, const int32_t* cr, int32_t* __restrict gain, int width,
-                 const ChromaGainConfig& c),
+CM_ROW_TEMPLATE(chroma_compute_row,
+                (const T* cb, const T* cr, T* __restrict gain, int width, const ChromaGain& c),
                 (cb, cr, gain, width, c)) {
     int32_t hue[kTile];
     int32_t amplitude[kTile];
@@ -84,74 +104,76 @@ CM_ROW_FUNCTION(chroma_compute_row,
         }
         for (int i = 0; i < tile; ++i) {
             const int32_t w = c.weight.entry[amplitude[i]];
-            gain[x0 + i] = ((128 - w) * kUnitGain + w * c.hue_gain.entry[hue[i]]) >> 7;
+            gain[x0 + i] =
+                static_cast<T>(((kUnitWeight - w) * kUnitGain + w * c.hue_gain.entry[hue[i]]) >> 7);
         }
     }
 }
 
-// The same from the table over all 8-bit chroma.
-static void chroma_lookup_row(const int32_t* cb, const int32_t* cr, int32_t* __restrict gain, int width,
-                              const int16_t* __restrict table) {
+template <typename T>
+void chroma_lookup_row(const T* cb, const T* cr, T* __restrict gain, int width,
+                       const int16_t* __restrict table) {
     for (int x = 0; x < width; ++x) {
         gain[x] = table[cb[x] << 8 | cr[x]];
     }
 }
 
-CM_ROW_FUNCTION(gather_bits_row, (const int32_t* cb, const int32_t* cr, int width, int32_t& bits),
+CM_ROW_TEMPLATE(gather_bits_row, (const T* cb, const T* cr, int width, int32_t& bits),
                 (cb, cr, width, bits)) {
-    int32_t any = 0;
+    T any = 0;
     for (int x = 0; x < width; ++x) {
-        any |= cb[x] | cr[x];
+        any = static_cast<T>(any | cb[x] | cr[x]);
     }
     bits = any;
 }
 
-ChromaGainConfig configure_chroma_gain(size_t pixels) {
-    ChromaGainConfig c;
-    c.by_lowpass = reg_value(reg_ee_chromaref_lpf_en) == 1;
-    c.hue_gain = reg_value(reg_ee_chroma_adptctrl_en) == 1
-                     ? tabulate_33_knots(reg_ee_chroma_adptctrl_lut_00, true)
-                     : constant_table(kUnitGain);
-    c.weight = tabulate_curve(reg_ee_chroma_amp_lut_in_0);
-    if (pixels >= kTableWorthwhile) {
-        c.by_chroma.resize(256 * 256);
-        int32_t cb[256], cr[256], gain[256];
-        for (int v = 0; v < 256; ++v) {
-            cr[v] = v;
-        }
-        for (int u = 0; u < 256; ++u) {
-            std::fill_n(cb, 256, u);
-            chroma_compute_row(cb, cr, gain, 256, c);
-            std::copy_n(gain, 256, c.by_chroma.begin() + 256 * u);  // -64..438
-        }
+void ChromaGain::configure(const Registers& r, const BlockSetup& setup) {
+    by_lowpass = r[reg_ee_chromaref_lpf_en] == 1;
+    above_unit = curve_exceeds_unit(r, reg_ee_chroma_amp_lut_in_0);
+    if (r[reg_ee_chroma_adptctrl_en] == 1) {
+        hue_gain.set(r, reg_ee_chroma_adptctrl_lut_00, true);
+    } else {
+        hue_gain.set_constant(kUnitGain);
     }
-    return c;
+    weight.set(r, reg_ee_chroma_amp_lut_in_0);
+    by_chroma = nullptr;
+    if (setup.pixels < kManyPixels) {
+        return;
+    }
+    int16_t* const table = setup.memory.take<int16_t>(256 * 256);
+    int32_t cb[256], cr[256], gain[256];
+    std::iota(cr, cr + 256, 0);
+    for (int u = 0; u < 256 && table != nullptr; ++u) {
+        std::fill_n(cb, 256, u);
+        chroma_compute_row(cb, cr, gain, 256, *this);
+        std::copy_n(gain, 256, table + 256 * u);  // -64..438
+    }
+    by_chroma = table;
 }
 
-void chroma_gain_row(const int32_t* cb, const int32_t* cr, int32_t* gain, int width,
-                     const ChromaGainConfig& c) {
+template <typename T>
+void ChromaGain::run(const BlockRows<T>& rows) const {
+    const T* const cb = rows.in[by_lowpass ? 2 : 0];
+    const T* const cr = rows.in[by_lowpass ? 3 : 1];
     int32_t bits = ~0;
-    if (!c.by_chroma.empty()) {
-        gather_bits_row(cb, cr, width, bits);
+    if (by_chroma != nullptr) {
+        gather_bits_row(cb, cr, rows.width, bits);
     }
     if ((bits & ~255) == 0) {
-        chroma_lookup_row(cb, cr, gain, width, c.by_chroma.data());
+        chroma_lookup_row(cb, cr, rows.out[0], rows.width, by_chroma);
     } else {
-        chroma_compute_row(cb, cr, gain, width, c);
+        chroma_compute_row(cb, cr, rows.out[0], rows.width, *this);
     }
 }
 
-void report_chroma_levels() {
-    if (curve_exceeds_unit(reg_ee_chroma_amp_lut_in_0)) {
-        log_log(LOG_ERROR, at::kChromaLevels.source, at::kChromaLevels.line,
-                "reg_ee_chroma_amp_lut_out is greater than 128\n");
-    }
-}
+// Intended: a block that is switched off takes the centred chroma as 128, not the sample.
+constexpr BlockInput kFarWhenOff{.when_off = 2 * kChromaMid};
 
-// Intended: the one-channel map goes through the colour writer.
-void report_chroma_gain(const FRAME& gain) {
-    CM_WritePPM(debug_path("dbg_adptgain_chromawgt_8b.ppm").c_str(), &gain);
-}
+}  // namespace
+
+const Block kChromaGain = make_block<ChromaGain>(
+    {"EE_ChromaGain", "gain by hue and chroma amplitude", "`dbg_adptgain_chromawgt_8b.ppm`"},
+    {kFarWhenOff, kFarWhenOff, kFarWhenOff, kFarWhenOff}, {{.shown = Shown::kSamples}});
 
 }  // namespace cm
 
@@ -164,24 +186,5 @@ int CalcSQRT(int a, int b) {
 }
 
 void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* gain) {
-    cm::report_chroma_levels();
-    const cm::ChromaGainConfig config = cm::configure_chroma_gain(size_t{gain->width} * gain->height);
-    const int width = static_cast<int>(gain->width);
-    const cm::AlignedRow out = cm::output_row(width);
-    cm::FrameReader cb(config.by_lowpass ? *ref : *Cb, width, config.by_lowpass ? 1 : 0);
-    cm::FrameReader cr(config.by_lowpass ? *ref : *Cr, width, config.by_lowpass ? 2 : 0);
-    // Intended: a disabled block takes the centred chroma as 128, not the sample.
-    const bool enabled = cm::reg_value(reg_ee_enable) == 1;
-    const cm::AlignedRow off = cm::output_row(width);
-    for (int x = 0; x < width; ++x) {
-        off[static_cast<size_t>(x)] = 2 * cm::kChromaMid;
-    }
-    for (int y = 0; y < static_cast<int>(gain->height); ++y) {
-        cm::chroma_gain_row(enabled ? cb.row(y) : off.get(), enabled ? cr.row(y) : off.get(), out.get(),
-                            width, config);
-        cm::write_row(*gain, y, out.get(), width);
-    }
-    if (dump_dbg_img != 0) {
-        cm::report_chroma_gain(*gain);
-    }
+    cm::run_on_frames(cm::kChromaGain, {{Cb}, {Cr}, {ref, 1}, {ref, 2}}, {{gain}}, *gain);
 }

@@ -8,9 +8,9 @@
 #include "ee_reg.h"
 #include "ee_reg_table.h"
 #include "fatal.h"
+#include "fixed_run.h"
 #include "log_positions.h"
 #include "pnm.h"
-#include "pre_ee_pipeline.h"
 
 namespace {
 
@@ -77,64 +77,75 @@ cm::PackedImage read_plane(const char* path, cm::PlaneMemory& memory) {
     return cm::read_pnm(path, cm::PnmKind::kGrey, cm::at::kReadGrey, &memory);
 }
 
+const cm::RowSource& plane(const cm::InputPlanes& planes, cm::Plane which) {
+    return *planes[cm::index_of(which)];
+}
+
 // Chroma is meant to have half the luma's width, rounded either way, and its height.
-void warn_about_chroma_size(const cm::EePlanes& planes) {
+void warn_about_chroma_size(const cm::InputPlanes& planes) {
+    const cm::RowSource& luma = plane(planes, cm::Plane::y);
+    const cm::RowSource& cb = plane(planes, cm::Plane::cb);
+    const cm::RowSource& cr = plane(planes, cm::Plane::cr);
     const auto is_half = [&](const cm::RowSource& chroma) {
-        const int width = planes.luma.width();
-        return chroma.height() == planes.luma.height() &&
-               (chroma.width() == width / 2 || chroma.width() == (width + 1) / 2);
+        return chroma.height() == luma.height() &&
+               (chroma.width() == luma.width() / 2 || chroma.width() == (luma.width() + 1) / 2);
     };
-    if (!is_half(planes.cb) || !is_half(planes.cr)) {
+    if (!is_half(cb) || !is_half(cr)) {
         log_log(LOG_WARN, cm::at::kChromaSize.source, cm::at::kChromaSize.line,
                 "chroma is not half as wide as luma: Y is %dx%d, Cb %dx%d, Cr %dx%d; "
                 "columns and rows outside are reflected",
-                planes.luma.width(), planes.luma.height(), planes.cb.width(), planes.cb.height(),
-                planes.cr.width(), planes.cr.height());
+                luma.width(), luma.height(), cb.width(), cb.height(), cr.width(), cr.height());
     }
 }
 
 // The block is off: the luma goes out as it came in, at its own depth.
 void write_copy(const cm::RowSource& luma, char** argv) {
-    const int width = luma.width();
+    const size_t width = static_cast<size_t>(luma.width());
     const size_t sample_bytes = static_cast<size_t>(cm::written_bytes(luma.depth()));
-    const size_t row_bytes = static_cast<size_t>(width) * sample_bytes;
-    const cm::AlignedRow row = cm::output_row(width);
-    const cm::Bytes packed = cm::allocate_bytes(row_bytes * static_cast<size_t>(luma.height()));
+    const cm::Bytes packed = cm::allocate_bytes(width * sample_bytes * static_cast<size_t>(luma.height()));
+    const cm::Bytes memory = cm::allocate_bytes(width * sizeof(int32_t));
+    int32_t* const row = static_cast<int32_t*>(static_cast<void*>(memory.get()));
     for (int y = 0; y < luma.height(); ++y) {
-        luma.read(y, row.get(), width);
-        cm::pack_samples(row.get(), static_cast<size_t>(width), static_cast<int>(sample_bytes),
-                         packed.get() + static_cast<size_t>(y) * row_bytes);
+        luma.read(y, 0, luma.width(), row);
+        cm::pack_samples(row, width, static_cast<int>(sample_bytes),
+                         packed.get() + static_cast<size_t>(y) * width * sample_bytes);
     }
     check_log(argv);
     cm::write_pgm(argv[kOut], static_cast<uint32_t>(width), static_cast<uint32_t>(luma.height()),
                   luma.depth(), packed.get());
 }
 
-void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, char** argv) {
+void sharpen(const cm::InputPlanes& planes, cm::PlaneMemory& memory, char** argv) {
     cm::check_pre_ee_planes(planes);
-    const size_t width = static_cast<size_t>(planes.luma.width());
-    const size_t height = static_cast<size_t>(planes.luma.height());
+    const cm::RowSource& luma = plane(planes, cm::Plane::y);
+    const size_t width = static_cast<size_t>(luma.width());
+    const size_t height = static_cast<size_t>(luma.height());
     const cm::Bytes packed = memory.take(width * height);
-    cm::ByteSink sink(packed.get(), planes.luma.width());
-    cm::run_pre_ee(planes, sink);
+    cm::ByteSink sink(packed.get(), luma.width());
+    cm::run_fixed(cm::kPreEe, planes, sink);
     check_log(argv);
     cm::write_pgm(argv[kOut], static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
 }
 
 void run_ycbcr(char** argv) {
     cm::PlaneMemory memory;
-    const cm::PackedImage luma = read_plane(argv[kY], memory);
+    const cm::PackedImage y = read_plane(argv[kY], memory);
     const cm::PackedImage cb = read_plane(argv[kCb], memory);
     const cm::PackedImage cr = read_plane(argv[kCr], memory);
-    const cm::PackedImage image = read_plane(argv[kSrcYnr], memory);
-    const cm::PackedImage motion = read_plane(argv[kMmap], memory);
-    const cm::PackedImage fusion = read_plane(argv[kYfusion], memory);
-    std::printf("depth of Yfusion is %d \n", fusion.depth);
+    const cm::PackedImage ynr = read_plane(argv[kSrcYnr], memory);
+    const cm::PackedImage mmap = read_plane(argv[kMmap], memory);
+    const cm::PackedImage yfusion = read_plane(argv[kYfusion], memory);
+    std::printf("depth of Yfusion is %d \n", yfusion.depth);
 
-    const cm::EePlanes planes{cm::RowSource(luma),  cm::RowSource(cb),     cm::RowSource(cr),
-                              cm::RowSource(image), cm::RowSource(motion), cm::RowSource(fusion)};
+    using Source = cm::PackedSource;
+    const Source sources[cm::kInputs] = {Source(y),   Source(cb),   Source(cr),
+                                         Source(ynr), Source(mmap), Source(yfusion)};
+    cm::InputPlanes planes;
+    for (int i = 0; i < cm::kInputs; ++i) {
+        planes[i] = &sources[i];
+    }
     if (!cm::block_enabled()) {
-        write_copy(planes.luma, argv);
+        write_copy(plane(planes, cm::Plane::y), argv);
         return;
     }
     warn_about_chroma_size(planes);
@@ -160,17 +171,16 @@ void run_rgb(char** argv) {
     cm::read_pnm(argv[kSrcYnr], cm::PnmKind::kColour, cm::at::kReadColour);
     const cm::PackedImage motion = read_plane(argv[kMmap], memory);
 
-    using Component = cm::RowSource::Component;
+    const cm::PackedChannelSource red(rgb, 0), green(rgb, 1), blue(rgb, 2);
     // Intended: chroma has the luma's width here and still goes through the half-width duplication, so
     // that the picture's left half colours the whole of it.
-    const cm::EePlanes planes{cm::RowSource(rgb, Component::kLuma),
-                              cm::RowSource(rgb, Component::kCb),
-                              cm::RowSource(rgb, Component::kCr),
-                              cm::RowSource(rgb, Component::kLuma),
-                              cm::RowSource(motion),
-                              std::nullopt};
+    const cm::ColourSource y(red, green, blue, cm::ColourSource::kLuma);
+    const cm::ColourSource cb(red, green, blue, cm::ColourSource::kCb);
+    const cm::ColourSource cr(red, green, blue, cm::ColourSource::kCr);
+    const cm::PackedSource mmap(motion);
+    const cm::InputPlanes planes = {&y, &cb, &cr, &y, &mmap, nullptr};
     if (!cm::block_enabled()) {
-        write_copy(planes.luma, argv);
+        write_copy(y, argv);
         return;
     }
     sharpen(planes, memory, argv);

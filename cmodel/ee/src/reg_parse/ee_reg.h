@@ -20,7 +20,7 @@ extern "C" {
 
 /* Slot numbers, in the one order that init, load, print and dump walk. */
 enum EeRegSlot {
-#define REG(key, bits, is_signed, def) key,
+#define REG(key, bits, is_signed, def, group, place, followers, meaning) key,
 #include "ee_reg_hw_def.inc"
 #undef REG
     EE_REG_COUNT

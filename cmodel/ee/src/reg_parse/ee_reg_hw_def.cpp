@@ -14,20 +14,6 @@ int32_t parse_value(const char* text) {
     return static_cast<int32_t>(std::strtol(text, nullptr, 10));
 }
 
-// Slot of a key, or -1. Files mostly list the keys in slot order, so the search starts after the last
-// find; keys are unique, so where it starts makes no difference to what it finds.
-int find_slot(const char* key) {
-    static int next = 0;
-    for (int n = 0; n < EE_REG_COUNT; ++n) {
-        const int slot = (next + n) % EE_REG_COUNT;
-        if (std::strcmp(cm::kRegTable[slot].key, key) == 0) {
-            next = slot + 1;
-            return slot;
-        }
-    }
-    return -1;
-}
-
 // What print and dump show: the register's own bits, sign-extended if it is signed.
 long shown_value(const EE_REG_HW* set, int slot) {
     const cm::RegRow& row = cm::kRegTable[slot];
@@ -35,6 +21,15 @@ long shown_value(const EE_REG_HW* set, int slot) {
 }
 
 }  // namespace
+
+int cm::find_register(std::string_view key) {
+    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+        if (kRegTable[slot].key == key) {
+            return slot;
+        }
+    }
+    return -1;
+}
 
 int ee_reg_hw_init(EE_REG_HW* set, const char* ins_name) {
     cm::set_instance_name(set->name, "ee", ins_name);
@@ -48,7 +43,7 @@ int ee_reg_hw_load(EE_REG_HW* set, const char* section, const char* key, const c
     if (std::strcmp(section, set->name) != 0) {
         return 1;
     }
-    const int slot = find_slot(key);
+    const int slot = cm::find_register(key);
     if (slot >= 0) {
         const cm::RegRow& row = cm::kRegTable[slot];
         set->slot[slot].value = cm::reduce_to_field(parse_value(value), row.bits, row.is_signed);

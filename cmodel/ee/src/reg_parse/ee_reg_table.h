@@ -3,17 +3,40 @@
 #define CMODEL_EE_REG_TABLE_H
 
 #include <cstdint>
+#include <string_view>
 
 #include "ee_reg.h"
 
 namespace cm {
+
+// Registers that belong together: a curve is 4 knot inputs, 4 outputs and 3 slopes, a table its entries.
+enum RegGroup : uint8_t { kSingle, kCurve, kTable };
 
 struct RegRow {
     const char* key;
     int bits;
     bool is_signed;
     int32_t def;
-    int line;  // definition line, the log line of records about this register
+    int line;  // the log line of records about this register
+    RegGroup group;
+    int place;              // in the group, from 0
+    const char* followers;  // names of the blocks and pipelines that follow it, blanks between
+    const char* meaning;    // of the group
+
+    constexpr int32_t least() const { return is_signed ? -(1 << (bits - 1)) : 0; }
+    constexpr int32_t greatest() const { return (1 << (is_signed ? bits - 1 : bits)) - 1; }
+
+    // Whether the block or pipeline of that name follows it.
+    constexpr bool is_followed_by(std::string_view name) const {
+        const std::string_view all = followers;
+        for (size_t at = all.find(name); at != all.npos; at = all.find(name, at + 1)) {
+            const size_t end = at + name.size();
+            if ((at == 0 || all[at - 1] == ' ') && (end == all.size() || all[end] == ' ')) {
+                return true;
+            }
+        }
+        return false;
+    }
 };
 
 // Cuts a value to its field and extends the sign of a signed one.
@@ -34,7 +57,8 @@ constexpr int definition_line(int slot) {
 }
 
 inline constexpr RegRow kRegTable[] = {
-#define REG(key, bits, is_signed, def) {#key, bits, is_signed, def, definition_line(key)},
+#define REG(key, bits, is_signed, def, group, place, followers, meaning) \
+    {#key, bits, is_signed, def, definition_line(key), group, place, followers, meaning},
 #include "ee_reg_hw_def.inc"
 #undef REG
 };
@@ -52,7 +76,35 @@ consteval bool defaults_fit() {
 static_assert(EE_REG_COUNT == 193);
 static_assert(defaults_fit(), "a register's default does not fit its field");
 
-// A register's value, whatever was stored: unsigned fields zero-extended, signed ones sign-extended.
+// Slot of a key, or -1.
+int find_register(std::string_view key);
+
+// The registers of one setting, as plain numbers: unsigned fields zero-extended, signed ones sign-extended,
+// whatever was stored.
+class Registers {
+  public:
+    Registers() {
+        for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+            value_[slot] = kRegTable[slot].def;
+        }
+    }
+    explicit Registers(const EE_REG_HW& set) {
+        for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+            this->set(slot, set.slot[slot].value);
+        }
+    }
+
+    int32_t operator[](int slot) const { return value_[slot]; }
+    void set(int slot, int32_t value) {
+        value_[slot] = reduce_to_field(value, kRegTable[slot].bits, kRegTable[slot].is_signed);
+    }
+    bool operator==(const Registers&) const = default;
+
+  private:
+    int32_t value_[EE_REG_COUNT];
+};
+
+// A register of the process's own setting, ee_reg.
 inline int32_t reg_value(int slot) {
     const RegRow& row = kRegTable[slot];
     return reduce_to_field(ee_reg.hw.slot[slot].value, row.bits, row.is_signed);

@@ -1,0 +1,133 @@
+// Overshoot and undershoot control: keeps a sharpened edge from ringing. The total delta (eighths of a
+// luma code) may take a pixel up to the local maximum plus an allowance, and down to the local minimum
+// less one; of the excess a programmable share passes, up to a hard clip. The result is in luma codes.
+//
+//    limited ^            ........ up + clip
+//            |        _--'         slope gain / 16
+//            |      /' up
+//            |    /                slope 1
+//        ----+--/---------> delta
+#include "block_on_frames.h"
+#include "ee_blocks.h"
+#include "ee_hw.h"
+#include "row_targets.h"
+
+namespace cm {
+namespace {
+
+// Half of the final division by 8: rounds the magnitude to nearest.
+constexpr int32_t kRound = 4;
+constexpr int32_t kHighest = 2047;
+constexpr int32_t kLowest = -2048;
+
+// EE_IOShootPro has the shoot mode and rounds the excess symmetrically; EE_IOShoot is the older one.
+enum class Shoot { kPro, kClassic };
+
+// Limits and margins in luma codes, gains in sixteenths.
+template <Shoot kKind>
+struct IOShoot {
+    int32_t over_thr, under_thr;
+    int32_t over_gain_q4, under_gain_q4;
+    int32_t over_clip, under_clip;
+    int32_t extra_delta;  // 1: the unlimited delta once more (EE_IOShootPro only)
+
+    void configure(const Registers& r, const BlockSetup&) {
+        *this = {r[reg_ee_total_oshtthrd],   r[reg_ee_total_ushtthrd],     r[reg_ee_shtctrl_oshtgain],
+                 r[reg_ee_shtctrl_ushtgain], r[reg_ee_total_oshtthrd_clp], r[reg_ee_total_ushtthrd_clp],
+                 r[reg_ee_shoot_mode]};
+    }
+
+    template <typename T>
+    void run(const BlockRows<T>& rows) const;
+
+    void report(const BlockReport& report) const {
+        if (kKind == Shoot::kPro) {
+            report.log.record(LOG_INFO, at::kShootMode, "EE_IOShootPro: reg_ee_shoot_mode = %d", extra_delta);
+        } else {
+            report.log.record(LOG_INFO, at::kShootEntry, "EE_IOShoot==============================");
+        }
+        if (report.images()) {
+            write_sign_image(report.image_path("dbg_delta_iosht_8b.ppm"), *report.out[0]);
+        }
+    }
+};
+
+// The share of the excess that passes, rounded away from zero for the final division.
+template <Shoot kKind>
+CM_INLINE int32_t pass_excess(int32_t excess, int32_t gain_q4, int32_t sign) {
+    const Wrap scaled = Wrap(gain_q4) * Wrap(excess);
+    if constexpr (kKind == Shoot::kPro) {
+        return Wrap((scaled + 8 * sign) / 16) + kRound * sign;  // toward zero
+    }
+    return (scaled >> 4) + kRound * sign;  // toward minus infinity
+}
+
+template <Shoot kKind>
+CM_INLINE int32_t limit_delta(int32_t delta, int32_t luma, int32_t max, int32_t min,
+                              const IOShoot<kKind>& c) {
+    const Wrap d = delta;
+    const Wrap up = (c.over_thr + (Wrap(max) - Wrap(luma))) * 8;
+    const Wrap down = (Wrap(min) - Wrap(luma) - c.under_thr) * 8;
+    const int32_t over = pass_excess<kKind>(max32(d - up, 0), c.over_gain_q4, 1);
+    const int32_t under = pass_excess<kKind>(min32(d - down, 0), c.under_gain_q4, -1);
+    const Wrap base = delta >= 0 ? min32(up, delta) : max32(down, delta);
+    Wrap v = base + (delta >= 0 ? over : under);
+    if constexpr (kKind == Shoot::kPro) {
+        v = v + d * c.extra_delta;
+    }
+    const int32_t hi = min32(up + c.over_clip * 8, kHighest);
+    const int32_t lo = max32(down - c.under_clip * 8, kLowest);
+    const int32_t r = clamp32(v, lo, hi);
+    return with_sign(r, magnitude(r) / 8);
+}
+
+CM_ROW_TEMPLATE(shoot_pro_row,
+                (const T* delta, const T* luma, const T* max, const T* min, T* __restrict out, int width,
+                 const IOShoot<Shoot::kPro>& shared),
+                (delta, luma, max, min, out, width, shared)) {
+    const IOShoot<Shoot::kPro> c = shared;
+    for (int x = 0; x < width; ++x) {
+        out[x] = static_cast<T>(limit_delta(delta[x], luma[x], max[x], min[x], c));
+    }
+}
+
+CM_ROW_TEMPLATE(shoot_row,
+                (const T* delta, const T* luma, const T* max, const T* min, T* __restrict out, int width,
+                 const IOShoot<Shoot::kClassic>& shared),
+                (delta, luma, max, min, out, width, shared)) {
+    const IOShoot<Shoot::kClassic> c = shared;
+    for (int x = 0; x < width; ++x) {
+        out[x] = static_cast<T>(limit_delta(delta[x], luma[x], max[x], min[x], c));
+    }
+}
+
+template <Shoot kKind>
+template <typename T>
+void IOShoot<kKind>::run(const BlockRows<T>& rows) const {
+    if constexpr (kKind == Shoot::kPro) {
+        shoot_pro_row(rows.in[0], rows.in[1], rows.in[2], rows.in[3], rows.out[0], rows.width, *this);
+    } else {
+        shoot_row(rows.in[0], rows.in[1], rows.in[2], rows.in[3], rows.out[0], rows.width, *this);
+    }
+}
+
+constexpr BlockInput kNoneWhenOff{.when_off = 0};
+
+}  // namespace
+
+const Block kIOShootPro = make_block<IOShoot<Shoot::kPro>>(
+    {"EE_IOShootPro", "limits the total delta against the local extremes", "`dbg_delta_iosht_8b.ppm`"},
+    {kNoneWhenOff, kNoneWhenOff, kNoneWhenOff, kNoneWhenOff}, {{.shown = Shown::kPicture}});
+const Block kIOShoot = make_block<IOShoot<Shoot::kClassic>>(
+    {"EE_IOShoot", "the same, the excess rounded down, without shoot mode", "`dbg_delta_iosht_8b.ppm`"},
+    {kNoneWhenOff, kNoneWhenOff, kNoneWhenOff, kNoneWhenOff}, {{.shown = Shown::kPicture}});
+
+}  // namespace cm
+
+void EE_IOShootPro(const FRAME* delta, const FRAME* Y, const FRAME* max, const FRAME* min, FRAME* out) {
+    cm::run_on_frames(cm::kIOShootPro, {{delta}, {Y}, {max}, {min}}, {{out}}, *delta);
+}
+
+void EE_IOShoot(const FRAME* delta, const FRAME* Y, const FRAME* max, const FRAME* min, FRAME* out) {
+    cm::run_on_frames(cm::kIOShoot, {{delta}, {Y}, {max}, {min}}, {{out}}, *delta);
+}
