@@ -86,13 +86,13 @@ void put_row(FRAME& frame, int y, const int32_t* row) {
 
 }  // namespace
 
-bool RowSource::within(int32_t low, int32_t high) const {
+bool RowSource::within(int32_t low, int32_t high, const Area& area) const {
     int32_t row[kTile];
-    for (int y = 0; y < height_; ++y) {
-        for (int x = 0; x < width_; x += kTile) {
-            const int count = std::min(kTile, width_ - x);
+    for (int y = area.y; y < area.y + area.height; ++y) {
+        for (int x0 = 0; x0 < area.width; x0 += kTile) {
+            const int count = std::min(kTile, area.width - x0);
             int32_t outside = 0;
-            read_inside(y, x, count, row);
+            read(y, int64_t{area.x} + x0, count, row);
             count_outside_row(row, count, low, high, outside);
             if (outside != 0) {
                 return false;
@@ -113,10 +113,10 @@ void FrameSource::read_inside(int y, int x, int count, int16_t* dst) const {
 }
 
 // A whole file's samples may use all of their bytes, whatever the depth, and no more.
-bool PackedSource::within(int32_t low, int32_t high) const {
+bool PackedSource::within(int32_t low, int32_t high, const Area& area) const {
     const int bits = 8 * image_.sample_bytes;
     const bool all_fit = image_.complete() && low <= 0 && bits < 31 && (1 << bits) - 1 <= high;
-    return all_fit || RowSource::within(low, high);
+    return all_fit || RowSource::within(low, high, area);
 }
 
 void PackedSource::read_inside(int y, int x, int count, int32_t* dst) const {
@@ -137,7 +137,7 @@ void PackedChannelSource::read_inside(int y, int x, int count, int16_t* dst) con
                     static_cast<uint32_t>(count), dst);
 }
 
-bool ColourSource::within(int32_t low, int32_t high) const {
+bool ColourSource::within(int32_t low, int32_t high, const Area&) const {
     return low <= 0 && depth() < 31 && (1 << depth()) - 1 <= high;  // the conversion clamps to the depth
 }
 

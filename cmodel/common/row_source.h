@@ -13,6 +13,11 @@
 
 namespace cm {
 
+// A rectangle of a picture.
+struct Area {
+    int x, y, width, height;
+};
+
 // One channel of a picture, read a piece of a row at a time. What it reads from stays its owner's.
 class RowSource {
   public:
@@ -37,8 +42,9 @@ class RowSource {
         }
     }
 
-    // Whether every sample lies within low .. high.
-    virtual bool within(int32_t low, int32_t high) const;
+    // Whether every sample of an area, as read() gives it, lies within low .. high.
+    virtual bool within(int32_t low, int32_t high, const Area& area) const;
+    bool within(int32_t low, int32_t high) const { return within(low, high, {0, 0, width_, height_}); }
 
   protected:
     RowSource(const RowSource&) = default;
@@ -75,7 +81,7 @@ class PackedSource : public RowSource {
     explicit PackedSource(const PackedImage& image)
         : RowSource(static_cast<int>(image.width), static_cast<int>(image.height), image.depth),
           image_(image) {}
-    bool within(int32_t low, int32_t high) const override;
+    bool within(int32_t low, int32_t high, const Area& area) const override;
 
   private:
     void read_inside(int y, int x, int count, int32_t* dst) const override;
@@ -97,7 +103,7 @@ class ColourSource : public RowSource {
           blue_(blue),
           component_(component),
           column_step_(column_step) {}
-    bool within(int32_t low, int32_t high) const override;
+    bool within(int32_t low, int32_t high, const Area& area) const override;
 
   private:
     template <typename T>
@@ -133,7 +139,7 @@ class ConstantSource : public RowSource {
   public:
     ConstantSource(int width, int height, int depth, int32_t value)
         : RowSource(width, height, depth), value_(value) {}
-    bool within(int32_t low, int32_t high) const override { return value_ >= low && value_ <= high; }
+    bool within(int32_t low, int32_t high, const Area&) const override { return value_ >= low && value_ <= high; }
 
   private:
     void read_inside(int, int, int count, int32_t* dst) const override { std::fill_n(dst, count, value_); }

@@ -128,7 +128,7 @@ void run_fixed(const PipelineRow& row, const InputPlanes& inputs, RowSink& sink)
         }
     }
     int64_t events[kMostSteps];
-    if (fits_narrow(pipeline, planes)) {
+    if (fits_narrow(pipeline, planes, {0, 0, luma.width(), luma.height()})) {
         run_rows<int16_t>(pipeline, planes, events);
     } else {
         run_rows<int32_t>(pipeline, planes, events);

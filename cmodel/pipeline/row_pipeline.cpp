@@ -60,11 +60,25 @@ bool ConfiguredPipeline::configure(const PipelineRow& pipeline, const Registers&
     return true;
 }
 
-bool fits_narrow(const ConfiguredPipeline& pipeline, const RunPlanes& planes) {
+Area region_around(const Area& area, int width, int height) {
+    // No pipeline looks farther: flat detection and delta 3 + 2, classic kernel and spike clamp 3 + 1. Reflections at
+    // the region's own ends then meet only what is cut off again.
+    constexpr int kReach = 6;
+    const int x = std::max(area.x - kReach, 0) / 2 * 2;  // chroma stays even
+    const int y = std::max(area.y - kReach, 0);
+    const int64_t right = std::min<int64_t>(int64_t{area.x} + area.width + kReach, width);
+    const int64_t bottom = std::min<int64_t>(int64_t{area.y} + area.height + kReach, height);
+    return {x, y, static_cast<int>(right - x), static_cast<int>(bottom - y)};
+}
+
+bool fits_narrow(const ConfiguredPipeline& pipeline, const RunPlanes& planes, const Area& region) {
     bool fits = pipeline.fits_narrow();
     for (int i = 0; i < kInputs && fits; ++i) {
         const bool used = i != index_of(Plane::yfusion) || pipeline.variant() == kTexture;
-        fits = planes.input[i] == nullptr || !used || planes.input[i]->within(0, narrow_greatest(i));
+        const bool half = i == index_of(Plane::cb) || i == index_of(Plane::cr);
+        const Area area{half ? region.x / 2 : region.x, region.y, half ? (region.width + 1) / 2 : region.width,
+                        region.height};
+        fits = planes.input[i] == nullptr || !used || planes.input[i]->within(0, narrow_greatest(i), area);
     }
     return fits;
 }
@@ -74,15 +88,7 @@ RowPipeline<T>::RowPipeline(const ConfiguredPipeline& pipeline, const RunPlanes&
                             int height, const Area& area, Memory& memory)
     : pipeline_(pipeline), planes_(planes) {
     plan();
-    // Around the area as much as the blocks look at, in every direction. A column more keeps chroma even; the
-    // reflections at the region's own ends then meet only what is cut off again.
-    const int reach = std::max(held(Plane::y).lead, kMaxReach) + 2;
-    region_.x = std::max(area.x - reach, 0) / 2 * 2;
-    region_.y = std::max(area.y - reach, 0);
-    region_.width =
-        static_cast<int>(std::min<int64_t>(int64_t{area.x} + area.width + reach, width)) - region_.x;
-    region_.height =
-        static_cast<int>(std::min<int64_t>(int64_t{area.y} + area.height + reach, height)) - region_.y;
+    region_ = region_around(area, width, height);
     area_ = {area.x - region_.x, area.y - region_.y, area.width, area.height};
     next_ = -held(Plane::y).lead;  // everything then goes a row at a time from the start
     last_ = area_.y + area_.height;

@@ -10,11 +10,6 @@
 
 namespace cm {
 
-// A rectangle of a frame.
-struct Area {
-    int x, y, width, height;
-};
-
 // The blocks of a pipeline, configured for frames of one kind.
 class ConfiguredPipeline {
   public:
@@ -60,8 +55,12 @@ struct RunPlanes {
     RowSink* output = nullptr;
 };
 
-// Whether the inputs allow 16-bit rows, by their values. Looks through those that their type does not bound.
-bool fits_narrow(const ConfiguredPipeline& pipeline, const RunPlanes& planes);
+// What is looked at for an area of a frame: as much around it as the blocks reach, from an even column on.
+Area region_around(const Area& area, int width, int height);
+
+// Whether the inputs allow 16-bit rows, by their values in a region. Looks through those that their type does not
+// bound.
+bool fits_narrow(const ConfiguredPipeline& pipeline, const RunPlanes& planes, const Area& region);
 
 template <typename T>
 class RowPipeline {

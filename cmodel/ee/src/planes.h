@@ -50,16 +50,17 @@ struct DebugView {
     Plane plane;
     int factor;
     bool is_signed;
+    int shift;  // the reg_ee_debug_shift_bit that shows most of the usual values
 };
 
 // Intended: the delta gain shows as signed, the coring level does not.
 inline constexpr DebugView kDebugViews[] = {
-    {1, Plane::mf_delta, 1, true},       {2, Plane::hf_delta, 1, true},
-    {3, Plane::coring_level, 1, false},  {4, Plane::cored_delta, 1, true},
-    {5, Plane::delta_gain, 1, true},     {6, Plane::luma_gain, 8, false},
-    {7, Plane::chroma_gain, 8, false},   {8, Plane::motion_gain, 8, false},
-    {9, Plane::total_gain, 1, false},    {10, Plane::total_delta, 1, true},
-    {11, Plane::limited_delta, 8, true},
+    {1, Plane::mf_delta, 1, true, 0},       {2, Plane::hf_delta, 1, true, 0},
+    {3, Plane::coring_level, 1, false, 3},  {4, Plane::cored_delta, 1, true, 0},
+    {5, Plane::delta_gain, 1, true, 2},     {6, Plane::luma_gain, 8, false, 0},
+    {7, Plane::chroma_gain, 8, false, 0},   {8, Plane::motion_gain, 8, false, 0},
+    {9, Plane::total_gain, 1, false, 0},    {10, Plane::total_delta, 1, true, 0},
+    {11, Plane::limited_delta, 8, true, 0},
 };
 
 // The view of a debug mode; null for the modes that show the sharpened luma.
