@@ -218,6 +218,10 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     EXPECT_EQ(samples_of(*read("b.pgm")), samples_of(*read("c.pgm")));
 
     EXPECT_GE(run("classic --y y.pgm --out d.pgm").status, 100);
+    spill("deep.pgm", "P5\n321 260\n65535\n" + std::string(2 * 321 * 260, 'n'));
+    for (const char* const plane : {"--ynr", "--mmap"})
+        EXPECT_EQ(run(classic + planes + "--out d.pgm " + plane + " deep.pgm").text,
+                  "eetool: deep.pgm has 16 bits a sample; the block takes 8\n");
     EXPECT_GE(run("classic --rgb rgb.ppm --y y.pgm --out d.pgm").status, 100);
     EXPECT_NE(run("classic --ini absent.ini --rgb rgb.ppm --out d.pgm").text.find("absent.ini"),
               std::string::npos);

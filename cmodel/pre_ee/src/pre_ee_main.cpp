@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "common.h"
 #include "ee_reg.h"
@@ -77,6 +78,15 @@ cm::PackedImage read_plane(const char* path, cm::PlaneMemory& memory) {
     return cm::read_pnm(path, cm::PnmKind::kGrey, cm::at::kReadGrey, &memory);
 }
 
+// Samples of a depth that the block does not take are used all the same, as they are.
+void warn_about_depth(const char* name, int depth, int least, int most) {
+    if (depth < least || depth > most) {
+        const std::string range = least == most ? "" : std::to_string(least) + " to ";
+        log_log(LOG_WARN, cm::at::kPlaneDepth.source, cm::at::kPlaneDepth.line,
+                "%s has %d bits a sample; the block takes %s%d", name, depth, range.c_str(), most);
+    }
+}
+
 // Chroma is meant to have half the luma's width, rounded either way, and its height.
 void warn_about_chroma_size(const cm::EePlanes& planes) {
     const auto is_half = [&](const cm::RowSource& chroma) {
@@ -137,6 +147,14 @@ void run_ycbcr(char** argv) {
         write_copy(planes.luma, argv);
         return;
     }
+    warn_about_depth("Y_in", luma.depth, 8, 12);
+    warn_about_depth("Cb_in", cb.depth, 8, 8);
+    warn_about_depth("Cr_in", cr.depth, 8, 8);
+    warn_about_depth("src_ynr", image.depth, 8, 8);
+    warn_about_depth("mmap_pix", motion.depth, 8, 8);
+    if (cm::reg_value(reg_ee_texture_mode) == 1) {
+        warn_about_depth("Yfusion", fusion.depth, 8, 20);
+    }
     warn_about_chroma_size(planes);
     sharpen(planes, memory, argv);
 }
@@ -173,6 +191,8 @@ void run_rgb(char** argv) {
         write_copy(planes.luma, argv);
         return;
     }
+    warn_about_depth("Y_in", rgb.depth, 8, 8);  // its luma is what gets sharpened
+    warn_about_depth("mmap_pix", motion.depth, 8, 8);
     sharpen(planes, memory, argv);
 }
 
