@@ -98,6 +98,17 @@ TEST_F(EeReg, PrintShowsFieldsOfWhatACallerStored) {
     EXPECT_EQ(records[191], "DEBUG ee_reg_hw_def:211 ee.hw.reg_ee_motion_lut_slope_2 = -2");
 }
 
+// As at program start: all bytes 0, the sets have no name, so a load takes what stands under no header.
+TEST_F(EeReg, WorksBeforeTheInit) {
+    ee_reg = {};
+    load("reg_ee_total_gain = 7\n");
+    records.clear();
+    PRINT_EE_REG();
+    EXPECT_EQ(records.at(19), "DEBUG ee_reg_hw_def:39 .hw.reg_ee_total_gain = 7");
+    EXPECT_EQ(DUMP_EE_HW_INI("b.ini"), 0);
+    EXPECT_EQ(slurp("b.ini"), hw_section().erase(1, 2));
+}
+
 TEST_F(EeReg, LoadReadsEveryStyle) {
     const std::string gain = "reg_ee_total_gain=";
     const struct {

@@ -3,7 +3,8 @@
  *
  * One global block holds the 193 hardware registers and an empty software set. Each register is a
  * small bit field with a default and an INI key; its slot name is the key itself. Call
- * INIT_EE_REG() before anything reads the block; the blocks only read it.
+ * INIT_EE_REG() before anything reads the block; until then all its bytes are 0, which is a block that is
+ * off. The blocks only read it.
  * This header compiles as C11 and as C++20.
  */
 #ifndef CMODEL_EE_REG_H
@@ -29,7 +30,7 @@ enum EeRegSlot {
 /* One register. */
 typedef struct EE_REG_SLOT {
     int32_t value;   /* reduced to its field; signed fields sign-extended */
-    const char* key; /* INI key, static */
+    const char* key; /* INI key, static; null before the init */
     uint32_t is_set; /* 1 once a load has given a value */
 } EE_REG_SLOT;
 
