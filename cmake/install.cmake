@@ -35,5 +35,12 @@ write_basic_package_version_file(cmodel-config-version.cmake COMPATIBILITY SameM
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmodel-config-version.cmake DESTINATION ${package_dir})
 
 file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/cmodel.pc.in cmodel.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmodel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(pc cmodel cmodel-libdir)
+    configure_file(cmake/${pc}.pc.in ${pc}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
+# The static library, where no shared one is in the linker's way.
+set(static_link ${CMAKE_CURRENT_BINARY_DIR}/static_link)
+file(MAKE_DIRECTORY ${static_link})
+file(CREATE_LINK ../libcmodel.a ${static_link}/libcmodel.a SYMBOLIC)
+install(FILES ${static_link}/libcmodel.a DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmodel)
