@@ -68,6 +68,12 @@ TEST_F(Eetool, ExamplesInTheHelpWork) {
     }
 }
 
+TEST_F(Eetool, TellsVersionAndCommit) {
+    const Result result = run("--version");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.text.starts_with("eetool 1.0.0 (commit ")) << result.text;
+}
+
 TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {
     const struct {
         const char* at;  // key of the default line that is replaced, or "" for one added at the end
