@@ -285,7 +285,7 @@ struct Block {
     int inputs;
     int outputs;
     std::function<void(FRAME* const* in, FRAME* const* out)> run;
-    std::function<void(plain::Model&, const plain::Plane* in, plain::Plane* out)> define;
+    std::function<void(plain::Model&, const plain::Plane* in, plain::Plane* out)> model;
 };
 
 const std::vector<Block>& blocks() {
@@ -368,7 +368,7 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
         model.dump = r.chance(15);
         dump_dbg_img = model.dump;
         std::snprintf(dbg_path, sizeof dbg_path, "%s", model.dbg.c_str());
-        block.define(model, in.data(), want.data());
+        block.model(model, in.data(), want.data());
         const cm::RowTarget targets[] = {cm::RowTarget::kBaseline, cm::RowTarget::kV3, cm::RowTarget::kV4};
         for (const cm::RowTarget target : targets) {
             SCOPED_TRACE(testing::Message()

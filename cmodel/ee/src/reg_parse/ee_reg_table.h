@@ -13,7 +13,7 @@ struct RegRow {
     int bits;
     bool is_signed;
     int32_t def;
-    int line;  // definition line, the log line of records about this register
+    int line;  // log line of records about this register
 };
 
 // Cuts a value to its field and extends the sign of a signed one.
@@ -23,8 +23,8 @@ constexpr int32_t reduce_to_field(int32_t value, int bits, bool is_signed) {
     return static_cast<int32_t>((field ^ sign) - sign);
 }
 
-// The register file's definition lines have gaps among the first fourteen slots.
-constexpr int definition_line(int slot) {
+// Each register has its own log line, which stays; there are gaps among the first fourteen slots.
+constexpr int log_line(int slot) {
     return slot < 2    ? slot + 10
            : slot < 3  ? 17
            : slot < 8  ? slot + 16
@@ -34,7 +34,7 @@ constexpr int definition_line(int slot) {
 }
 
 inline constexpr RegRow kRegTable[] = {
-#define REG(key, bits, is_signed, def) {#key, bits, is_signed, def, definition_line(key)},
+#define REG(key, bits, is_signed, def) {#key, bits, is_signed, def, log_line(key)},
 #include "ee_reg_hw_def.inc"
 #undef REG
 };
