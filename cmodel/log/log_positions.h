@@ -1,6 +1,6 @@
-// Source name and line of every log record. They are output that scripts key on, so each is a literal here and
-// never where the call happens to stand. By source and line, so that a pair used twice meets the eye; records of
-// one register have the lines of the register table.
+// Source name and line of every log record. They are output that scripts key on, so each is a literal here
+// and never where the call happens to stand. By source and line, so that a pair used twice meets the eye;
+// records of one register have the lines of the register table.
 #ifndef CMODEL_LOG_POSITIONS_H
 #define CMODEL_LOG_POSITIONS_H
 
