@@ -47,9 +47,14 @@ class Eetool : public FileTest {
         const size_t at = text.find("\n" + key + " ") + 1;
         text.replace(at, text.find('\n', at) - at, line);
     }
-    static Result check(const std::string& text) {
+    // The same, but one that sharpens.
+    static std::string plain_ini(Lines replacements = {}) {
+        replacements.push_back("reg_ee_texture_mode = 0");
+        return default_ini(replacements);
+    }
+    static Result check(const std::string& text, const std::string& more = "") {
         spill("x.ini", text);
-        return run("ini --check x.ini --instance 0");
+        return run("ini --check x.ini --instance 0" + more);
     }
 };
 
@@ -133,44 +138,60 @@ TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {
 }
 
 TEST_F(Eetool, FindsNothingElse) {
-    std::string missing = default_ini();
-    missing.erase(missing.find("reg_ee_texture_mode"), std::string("reg_ee_texture_mode = 1\n").size());
+    std::string missing = plain_ini();
+    missing.erase(missing.find("reg_ee_shoot_mode"), std::string("reg_ee_shoot_mode = 0\n").size());
     // From (64, 34) to (128, 68) the quotient lies between two slopes: 8.5.
     const auto with_slope = [](const std::string& slope) {
-        return default_ini({"reg_ee_mcore_gain_lut_out_0 = 2", "reg_ee_mcore_gain_lut_out_1 = 34",
-                            "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
-                            "reg_ee_mcore_gain_lut_slope_1 = " + slope});
+        return plain_ini({"reg_ee_mcore_gain_lut_out_0 = 2", "reg_ee_mcore_gain_lut_out_1 = 34",
+                          "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
+                          "reg_ee_mcore_gain_lut_slope_1 = " + slope});
     };
     const std::string well = "x.ini: all is well\n",
                       segment = " does not lead from (64, 34) to (128, 68): 8 or 9 would\n";
+    const std::string texture =
+        "reg_ee_texture_mode = 1, reg_ee_bright_luma_thr = 0, reg_ee_dark_luma_thr = 0, "
+        "reg_ee_bright_edge_thr = 0, reg_ee_bright_edge_strength = 0, reg_ee_line_strength = 0";
     const struct {
         std::string text, said;
     } cases[] = {
-        {default_ini(), well},
+        {plain_ini(), well},
+        {default_ini(), "x.ini:15: pre_ee_main changes no picture with " + texture + "\n"},
+        {plain_ini({"reg_hf_blend_wgt = 0", "reg_mf_blend_wgt = 0", "reg_ee_motion_lut_out_0 = 0",
+                    "reg_ee_motion_lut_out_1 = 0", "reg_ee_motion_lut_out_2 = 0",
+                    "reg_ee_motion_lut_out_3 = 0"}),
+         "x.ini:33: pre_ee_main changes no picture with reg_hf_blend_wgt = 0, reg_mf_blend_wgt = 0\n"
+         "x.ini:188: pre_ee_main changes no picture with reg_ee_motion_lut_out_0 to reg_ee_motion_lut_out_3 "
+         "= 0\n"},
         // Comments, blanks, another instance, a step in a curve, a falling one, signs and leading zeros.
         {"; tuned by hand\n\n  # twice\n[ee1]\nreg_ee_total_gain = 3\n" +
-             default_ini({"reg_ee_mcore_gain_lut_in_3 = 254", "reg_ee_mcore_gain_lut_out_3 = 0",
-                          "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
-                          "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"}),
+             plain_ini({"reg_ee_mcore_gain_lut_in_3 = 254", "reg_ee_mcore_gain_lut_out_3 = 0",
+                        "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
+                        "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"}),
          well},
         {with_slope("7"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 7" + segment},
         {with_slope("8"), well},
         {with_slope("9"), well},
         {with_slope("10"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 10" + segment},
-        {default_ini({"reg_ee_chroma_amp_lut_in_1 = 15"}),
+        {plain_ini({"reg_ee_chroma_amp_lut_in_1 = 15"}),
          "x.ini:175: reg_ee_chroma_amp_lut_slope_1 = 256 does not lead from (15, 0) to (16, 128): 2048 "
          "would, "
          "which -2048..2047 does not reach; move the knots apart\n"},
-        {missing, "x.ini:193: [ee0] ends without reg_ee_texture_mode, which has its default 1\n"},
+        {missing, "x.ini: 1 of 193 registers are not set and have their defaults\n" + well},
         {"[ee7]\nreg_ee_enable = 1\n",
          "x.ini:1: section [ee7] is not read; the registers' section is [ee0]\n"
-         "x.ini:2: there is no section [ee0]: every register has its default\n"},
+         "x.ini:1: pre_ee_main changes no picture with " +
+             texture +
+             "\n"
+             "x.ini:2: there is no section [ee0]: every register has its default\n"},
     };
     for (const auto& c : cases) {
         const Result result = check(c.text);
         EXPECT_EQ(result.text, c.said);
-        EXPECT_EQ(result.status, c.said == well ? 0 : 1);
+        EXPECT_EQ(result.status, c.said.ends_with(well) ? 0 : 1);
     }
+    const Result complete = check(missing, " --complete");
+    EXPECT_EQ(complete.text, "x.ini:193: [ee0] ends without reg_ee_shoot_mode, which has its default 0\n");
+    EXPECT_EQ(complete.status, 1);
     for (const char* const path : {"absent.ini", "."}) {
         const Result result = run(std::string("ini --check ") + path);
         EXPECT_EQ(result.status, 2);
@@ -188,7 +209,7 @@ TEST_F(Eetool, RewritesOnlyItsOwnSection) {
     };
     spill("x.ini", other + "[ee0]\nreg_ee_total_gain = 7\n[tail]\nlast = 2");
     expect(" --set reg_ee_total_coring=9", {"reg_ee_total_gain = 7", "reg_ee_total_coring = 9"});
-    EXPECT_EQ(run("ini --check x.ini --instance 0").status, 0);
+    EXPECT_EQ(run("ini --check x.ini --instance 0").text.find("registers are not set"), std::string::npos);
     for (const char* const bad : {"reg_ee_enable=2", "reg_ee_enable=1x", "reg_ee_enable", "nothing=1"})
         EXPECT_GE(run(std::string("ini --out x.ini --set ") + bad).status, 100) << bad;
     expect(" --reset", {});

@@ -15,7 +15,7 @@ namespace {
 struct Options {
     std::string out, check, instance = "NULL";
     std::vector<std::string> set;
-    bool reset = false;
+    bool reset = false, complete = false;
 };
 
 // The text after "key=" as the register's value; nothing when it is no number that fits.
@@ -85,8 +85,9 @@ std::function<int()> declare(CLI::App& app) {
     CLI::Option_group* const what = app.add_option_group("What to do");
     CLI::Option* const out =
         what->add_option("--out", o->out, "write this file, or rewrite its section")->option_text("FILE");
-    what->add_option("--check", o->check, "print what is wrong in this file, one finding a line")
-        ->option_text("FILE");
+    CLI::Option* const check =
+        what->add_option("--check", o->check, "print what is wrong in this file, one finding a line")
+            ->option_text("FILE");
     what->require_option(1);
     app.add_option("--instance", o->instance, "the section is [eeNAME]; without it [ee]")
         ->option_text("NAME");
@@ -95,7 +96,8 @@ std::function<int()> declare(CLI::App& app) {
         ->needs(out)
         ->allow_extra_args(false);
     app.add_flag("--reset", o->reset, "start from the defaults, whatever the file has")->needs(out);
-    return [o] { return o->check.empty() ? write_ini(*o) : check_ini(o->check, o->instance); };
+    app.add_flag("--complete", o->complete, "every register that is not set is a finding")->needs(check);
+    return [o] { return o->check.empty() ? write_ini(*o) : check_ini(o->check, o->instance, o->complete); };
 }
 
 }  // namespace
@@ -103,12 +105,13 @@ std::function<int()> declare(CLI::App& app) {
 const Command kIni = {
     "ini", "Write, rewrite or check a register file",
     "  eetool ini --out ee.ini --instance 0\n"
-    "  eetool ini --out ee.ini --instance 0 --set reg_ee_total_gain=64 --set reg_ee_total_coring=4\n"
+    "  eetool ini --out ee.ini --instance 0 --set reg_ee_texture_mode=0 --set reg_ee_total_gain=64\n"
     "  eetool ini --check ee.ini --instance 0\n",
     "--out on a file that is not there writes every register's default. On one that is, the section is\n"
     "written anew with the values that the file gives, defaults where it gives none, and other sections\n"
     "stay; comments and unknown keys inside the section go.\n"
-    "--check ends with status 0 when all is well, 1 with findings, 2 when the file cannot be read.\n",
+    "--check ends with status 0 when all is well, 1 with findings, 2 when the file cannot be read.\n"
+    "Registers that are not set are counted, and are findings with --complete.\n",
     declare};
 
 }  // namespace eetool

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "ee_no_effect.h"
 #include "ee_reg_table.h"
 
 namespace eetool {
@@ -115,8 +116,9 @@ class Checker {
         return result >= 0 && std::ferror(file) == 0;
     }
 
-    const std::vector<Finding>& finish() {
-        finish_sections();
+    const std::vector<Finding>& finish(bool complete) {
+        finish_sections(complete);
+        check_effect();
         for (const Curve& curve : kCurves) {
             check_curve(curve);
         }
@@ -124,6 +126,8 @@ class Checker {
                          [](const Finding& a, const Finding& b) { return a.line < b.line; });
         return findings_;
     }
+
+    int unset() const { return unset_; }
 
   private:
     // Knots in, knots out and slopes lie side by side in the table, from `first` on.
@@ -243,7 +247,7 @@ class Checker {
 
     // ---- The whole file ----
 
-    void finish_sections() {
+    void finish_sections(bool complete) {
         bool found = false;
         for (const Section& section : sections_) {
             found = found || is_ours(section.name);
@@ -264,17 +268,48 @@ class Checker {
             return;
         }
         for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
-            if (line_of_[slot] == 0) {
+            if (line_of_[slot] != 0) {
+                continue;
+            }
+            ++unset_;
+            if (complete) {
                 add(section_end_, format("[%s] ends without %s, which has its default %d", set_.name,
                                          cm::kRegTable[slot].key, cm::kRegTable[slot].def));
             }
         }
     }
 
+    // "KEY = VALUE, ..."; of neighbours that have one value only the ends.
+    std::string list_registers(const std::vector<int>& slots) const {
+        std::string list;
+        for (size_t i = 0; i < slots.size();) {
+            const auto value = [&](size_t k) { return set_.slot[slots[k]].value; };
+            size_t last = i;
+            while (last + 1 < slots.size() && slots[last + 1] == slots[last] + 1 &&
+                   value(last + 1) == value(i)) {
+                ++last;
+            }
+            if (last - i < 2) {
+                last = i;
+            }
+            const std::string range = last > i ? format(" to %s", cm::kRegTable[slots[last]].key) : "";
+            list += format("%s%s%s = %d", list.empty() ? "" : ", ", cm::kRegTable[slots[i]].key,
+                           range.c_str(), value(i));
+            i = last + 1;
+        }
+        return list;
+    }
+
+    void check_effect() {
+        for (const std::vector<int>& slots : cm::find_no_effect(set_)) {
+            add(line_of(slots), "pre_ee_main changes no picture with " + list_registers(slots));
+        }
+    }
+
     // ---- Curves ----
 
     // The line to blame for what two registers have between them: the one that gave the later of them.
-    int line_of(std::initializer_list<int> slots) const {
+    int line_of(const std::vector<int>& slots) const {
         int line = 0;
         for (const int slot : slots) {
             line = std::max(line, line_of_[slot]);
@@ -335,6 +370,7 @@ class Checker {
     std::string last_key_;
     int line_ = 0;
     int section_end_ = 0;  // last line of the registers' section
+    int unset_ = 0;        // registers that the section lacks
     bool has_key_ = false;
     int line_of_[EE_REG_COUNT] = {};  // that gave the value that holds; 0 for none
     std::vector<Section> sections_;
@@ -343,7 +379,7 @@ class Checker {
 
 }  // namespace
 
-int check_ini(const std::string& path, const std::string& instance) {
+int check_ini(const std::string& path, const std::string& instance, bool complete) {
     // A plain load first: it says whether the file can be read, and sets the parser up for long lines.
     INIT_EE_REG(instance.c_str());
     if (LOAD_EE_INI(path.c_str()) != 0) {
@@ -361,9 +397,13 @@ int check_ini(const std::string& path, const std::string& instance) {
         errno = error;
         return report_cannot("read", path);
     }
-    const std::vector<Finding>& findings = checker.finish();
+    const std::vector<Finding>& findings = checker.finish(complete);
     for (const Finding& finding : findings) {
         std::printf("%s:%d: %s\n", path.c_str(), finding.line, finding.text.c_str());
+    }
+    if (checker.unset() > 0 && !complete) {
+        std::printf("%s: %d of %d registers are not set and have their defaults\n", path.c_str(),
+                    checker.unset(), EE_REG_COUNT);
     }
     if (findings.empty()) {
         std::printf("%s: all is well\n", path.c_str());
