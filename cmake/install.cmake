@@ -1,5 +1,5 @@
-# What `cmake --install` puts in place: headers, both libraries with their CMake package and pkg-config file, and
-# the programs. Nothing in it names the prefix, so the tree can be moved.
+# What `cmake --install` puts in place: headers, both libraries with their CMake package and pkg-config file, the
+# programs, and settings to start from. Nothing in it names the prefix, so the tree can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -28,6 +28,8 @@ install(TARGETS pre_ee_main)
 if(TARGET eetool)
     install(TARGETS eetool)
 endif()
+
+install(DIRECTORY settings DESTINATION ${CMAKE_INSTALL_DATADIR}/cmodel)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cmodel)
 install(EXPORT cmodel NAMESPACE cmodel:: FILE cmodel-config.cmake DESTINATION ${package_dir})
