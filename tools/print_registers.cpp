@@ -28,8 +28,10 @@ constexpr Description kDescriptions[] = {
     ONE(reg_ee_debug_mode, "1 to 11: the output shows an intermediate", "both pipelines"),
     ONE(reg_ee_texture_mode, "1: flat detection chooses between the input's and the fused luma's deltas",
         "`pre_ee_hw`, `pre_ee_main`"),
-    ONE(reg_ee_dark_luma_thr, "fused luma below it is dark", "`PRE_EE_FlatDet`"),
-    ONE(reg_ee_bright_luma_thr, "fused luma from it on is bright, what is not dark below it mid-tone",
+    ONE(reg_ee_dark_luma_thr, "fused luma below it is dark, in codes of that plane, whatever its depth",
+        "`PRE_EE_FlatDet`"),
+    ONE(reg_ee_bright_luma_thr,
+        "fused luma from it on is bright, what is not dark below it mid-tone; in the same codes",
         "`PRE_EE_FlatDet`"),
     ONE(reg_ee_dark_edge_region, "radius of the window of the dark edge test", "`PRE_EE_FlatDet`"),
     ONE(reg_ee_bright_edge_region, "radius of the window of the bright edge test", "`PRE_EE_FlatDet`"),
@@ -132,6 +134,10 @@ int main() {
         "are two's complement. Knots of a curve lie in 0..255, and so do the codes, 8 apart, of the\n"
         "33-entry tables, which are interpolated. What the blocks do with them is in "
         "[stages.md](stages.md).\n"
+        "\n"
+        "With every register at its default `pre_ee_main` changes no sample: texture detection is on and "
+        "its\n"
+        "thresholds and strengths are 0. The files in `settings/` are meant to start from.\n"
         "\n"
         "| slot | key | bits | signed | default | what it does | read by |\n"
         "|---:|---|---:|---|---:|---|---|");
