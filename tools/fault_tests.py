@@ -297,14 +297,26 @@ def _():
     need(seen, "nothing was read meanwhile")
 
 
-@case("hand-over: the consumer deletes a file for which a writer waits")
+@case("hand-over: the holder of the lock deletes or renames what another waits for")
 def _():
-    job = Job()
-    with locked(job.paths["out"], os.O_RDWR | os.O_CREAT):
-        process = job.start()
-        time.sleep(0.3)
-        os.unlink(job.paths["out"])
-    job.expect(0, "", "whole", finish(process))
+    for name, links, take in (("out", 1, os.unlink), ("out", 2, os.unlink), ("out", 1, lambda p: os.rename(p, p + ".done")),
+                              ("y", 1, lambda p: os.rename(p, p + ".done"))):
+        job = Job()
+        path = job.paths[name]
+        frame = read(path) if name == "y" else None
+        write(path, b"the frame before")
+        if links == 2:
+            os.link(path, path + ".done")
+        with locked(path):
+            process = job.start()
+            time.sleep(0.3)
+            take(path)
+        if frame:
+            wait_for(process.stdout, f"wait pre frame ready {path}")
+            write(path + ".new", frame)
+            os.rename(path + ".new", path)
+        job.expect(0, "", "whole", finish(process))
+        need(not os.path.exists(path + ".done") or read(path + ".done") == b"the frame before", "written after its time")
 
 
 # ---- Files that cannot be used ----------------------------------------------------------------------------

@@ -60,8 +60,15 @@ FILE* open_unlocked(const char* path, const char* mode) {
     return stream;
 }
 
-// False for a file that was deleted while another process held its lock: what is written there is lost.
-bool lock_file(FILE* stream, const char* path, bool truncate) {
+[[noreturn]] void fail(const char* path, const char* mode) {
+    const bool reads = mode[0] == 'r' && std::strchr(mode, '+') == nullptr;
+    cm::fatal(cm::kExitFile, "Unable to %s file '%s': %s\n", reads ? "read" : "write", path,
+              std::strerror(errno));
+}
+
+// Waits for the lock. False when the path names another file by then, or none: whoever held the lock has
+// deleted or renamed this one, so that what is written to it would be lost, or replace what was put away.
+bool lock_file(FILE* stream, const char* path, const char* mode) {
     const int fd = fileno(stream);
     int result;
     while ((result = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
@@ -69,17 +76,20 @@ bool lock_file(FILE* stream, const char* path, bool truncate) {
     if (result != 0) {
         log_log(LOG_WARN, "common", __LINE__, "%s cannot be locked: %s", path, std::strerror(errno));
     }
-    if (!truncate) {
+    struct stat held;
+    if (fstat(fd, &held) != 0) {
+        fail(path, mode);
+    }
+    if (!S_ISREG(held.st_mode)) {
         return true;
     }
-    struct stat info;
-    const bool known = fstat(fd, &info) == 0;
-    if (known && S_ISREG(info.st_mode) && info.st_nlink == 0) {
+    struct stat named;
+    if (stat(path, &named) != 0 || named.st_dev != held.st_dev || named.st_ino != held.st_ino) {
         return false;
     }
     // The old content must not stay behind the new.
-    if (!known || (S_ISREG(info.st_mode) && info.st_size > 0 && ftruncate(fd, 0) != 0)) {
-        cm::fatal(cm::kExitFile, "Unable to write file '%s': %s\n", path, std::strerror(errno));
+    if (mode[0] == 'w' && held.st_size > 0 && ftruncate(fd, 0) != 0) {
+        fail(path, mode);
     }
     return true;
 }
@@ -102,7 +112,7 @@ FILE* open_waiting(const char* path, const char* mode) {
 
 FILE* CM_Fopen(const char* path, const char* mode) {
     FILE* stream = open_waiting(path, mode);
-    while (!lock_file(stream, path, mode[0] == 'w')) {
+    while (!lock_file(stream, path, mode)) {
         std::fclose(stream);
         stream = open_waiting(path, mode);
     }
