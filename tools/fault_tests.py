@@ -113,7 +113,8 @@ def spawn(command, **more):
     global processes
     processes += 1
     # no buffer: select() sees all that is there
-    children.append(subprocess.Popen(command, bufsize=0, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
+    more = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **more}
+    children.append(subprocess.Popen(command, bufsize=0, **more))
     return children[-1]
 
 
@@ -395,6 +396,26 @@ def _():
     job.expect(0, "", "whole", finish(process))
 
 
+@case("files: pipes whose reader leaves")
+def _():
+    job = Job(640, 480)
+    for name, status, message in (("out", 1, "Unable to write file '.*/pipe': Broken pipe\n"),
+                                  ("log", 1, "Unable to write log file '.*/pipe'\n"), ("stdout", 0, "")):
+        pipe = f"{job.dir}/pipe"
+        os.mkfifo(pipe)
+        # the standard output's reader has left before it starts
+        read_end = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+        stdout = os.open(pipe, os.O_WRONLY) if name == "stdout" else subprocess.PIPE
+        process = spawn(job.command(**{name: pipe}), stdout=stdout)
+        if name != "stdout":
+            select.select([read_end], [], [], LIMIT)
+        else:
+            os.close(stdout)
+        os.close(read_end)
+        os.unlink(pipe)
+        job.expect(status, message, "none" if status else "whole", finish(process))
+
+
 # ---- Full disks -------------------------------------------------------------------------------------------
 
 
@@ -455,7 +476,6 @@ def _():
 
 
 def limit_files(size):
-    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
     resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
 
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,8 @@ void fatal(int status, const char* fmt, ...) {
 
 void prepare_program() {
     std::set_new_handler([] { fatal(kExitFile, "Unable to allocate memory\n"); });
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) < 0) {
             open("/dev/null", O_RDWR);  // takes the lowest free number, which is this one

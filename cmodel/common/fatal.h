@@ -13,8 +13,10 @@ inline constexpr int kExitFormat = -1;
 // Prints the message to standard error as it stands (give the line end) and exits.
 [[noreturn]] void fatal(int status, const char* fmt, ...) CM_PRINTF(2, 3);
 
-// What a program's main() does first. Memory that cannot be had ends it with a message, and standard streams
-// that it was started without are there, so that no file of its own gets their number and their text.
+// What a program's main() does first. Memory that cannot be had ends it with a message; a file that may not
+// grow and a pipe that nobody reads fail as any other write does, instead of ending it without a word; and
+// standard streams that it was started without are there, so that no file of its own gets their number and
+// their text.
 void prepare_program();
 
 }  // namespace cm
