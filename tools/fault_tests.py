@@ -416,6 +416,19 @@ def _():
         job.expect(status, message, "none" if status else "whole", finish(process))
 
 
+@case("files: as few descriptors as there may be")
+def _():
+    job = Job()
+    results = []
+    for most in range(4, 8):
+        remove(job.paths["out"])
+        results.append(run(job.command(), preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))))
+        if results[-1].returncode == 0:
+            break
+        job.expect(1, "Unable to (read|write) file '.*': Too many open files\n", "none", results[-1])
+    need(len(results) > 1 and job.state() == "whole", "never failed, or always")
+
+
 # ---- Full disks -------------------------------------------------------------------------------------------
 
 

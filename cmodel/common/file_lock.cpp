@@ -60,10 +60,13 @@ FILE* open_unlocked(const char* path, const char* mode) {
     return stream;
 }
 
+// What a file of this mode is opened for.
+const char* purpose(const char* mode) {
+    return mode[0] == 'r' && std::strchr(mode, '+') == nullptr ? "read" : "write";
+}
+
 [[noreturn]] void fail(const char* path, const char* mode) {
-    const bool reads = mode[0] == 'r' && std::strchr(mode, '+') == nullptr;
-    cm::fatal(cm::kExitFile, "Unable to %s file '%s': %s\n", reads ? "read" : "write", path,
-              std::strerror(errno));
+    cm::fatal(cm::kExitFile, "Unable to %s file '%s': %s\n", purpose(mode), path, std::strerror(errno));
 }
 
 // Waits for the lock. False when the path names another file by then, or none: whoever held the lock has
@@ -94,12 +97,21 @@ bool lock_file(FILE* stream, const char* path, const char* mode) {
     return true;
 }
 
+// Null when the file may come yet.
+FILE* try_open(const char* path, const char* mode) {
+    FILE* const stream = open_unlocked(path, mode);
+    if (stream == nullptr) {
+        cm::require_means(errno, purpose(mode), path);
+    }
+    return stream;
+}
+
 FILE* open_waiting(const char* path, const char* mode) {
-    FILE* stream = open_unlocked(path, mode);
+    FILE* stream = try_open(path, mode);
     if (stream == nullptr) {
         std::printf("wait pre frame ready %s\n", path);
         std::fflush(stdout);
-        while ((stream = open_unlocked(path, mode)) == nullptr) {
+        while ((stream = try_open(path, mode)) == nullptr) {
             usleep(kPollMicroseconds);
         }
         std::printf("%s ready\n", path);

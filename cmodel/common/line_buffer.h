@@ -28,7 +28,7 @@ AlignedSamples<T> allocate_row(size_t samples) {
     const size_t bytes = (samples * sizeof(T) + 63) / 64 * 64;
     AlignedSamples<T> row(static_cast<T*>(std::aligned_alloc(64, bytes > 0 ? bytes : 64)));
     if (row == nullptr) {
-        fatal(kExitFile, "Unable to allocate memory\n");
+        fail_without_memory();
     }
     return row;
 }
