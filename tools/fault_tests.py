@@ -533,6 +533,58 @@ def _():
         need(started, "never failed")
 
 
+def failing_allocations(command, prepare, step):
+    """The results of a command of which one allocation after the other fails, or all from that one on."""
+    library = program("tests/libfailing_malloc.so")
+    mark = tempfile.mktemp(dir=BASE)
+    for more in ("", "+"):
+        for first in range(1, 100000, 1 if args.long else step):
+            env = {**os.environ, "LD_PRELOAD": library, "ALLOCATION_FAILS": f"{first}{more}", "ALLOCATION_FAILED": mark}
+            prepare()
+            result = run(command, env=env)
+            if not os.path.exists(mark):
+                need(first > 1, "none failed")
+                break
+            os.unlink(mark)
+            result.args = f"allocation {first}{more} of {os.path.basename(command[0])}: status {result.returncode}, " \
+                          f"{result.stdout!r}, {result.stderr!r}"
+            yield result
+
+
+@case("memory: each allocation of a run fails in turn")
+def _():
+    for job in (Job(), Job(debug=1)):
+        def left():  # all but the times of the records
+            images = {name: read(f"{job.paths['dbg']}/{name}") for name in os.listdir(job.paths["dbg"])}
+            return re.sub(rb"(?m)^\S+ \S+ ", b"", read(job.paths["log"])), read(job.paths["out"]), images
+
+        command = job.command()
+        command[0] = program("tests/pre_ee_main_shared")
+        job.expect(0, "", "whole", run(command))
+        whole, statuses = left(), set()
+        for result in failing_allocations(command, lambda: [remove(job.paths[name]) for name in ("out", "log")], 2):
+            if b"Can't handle ee_reg" in (os.path.exists(job.paths["log"]) and read(job.paths["log"]) or b""):
+                continue
+            statuses.add(result.returncode)
+            if result.returncode == 0:
+                need(left() == whole, result.args)
+            else:
+                need(result.returncode == 1 and job.state() in ("none", "empty"), f"{result.args}, {job.state()}")
+                need(re.fullmatch(b"Unable to (allocate memory|open log file '.*')\n", result.stderr), result.args)
+        need(statuses == {0, 1}, f"only {statuses}")
+
+
+@case("memory: each allocation of a process that uses the library fails in turn")
+def _():
+    for kind in ("frame", "blocks", "files"):
+        place = tempfile.mkdtemp(dir=BASE)
+        command = [program("tests/library_calls"), kind, place]
+        whole = run(command).stdout
+        for result in failing_allocations(command, lambda: None, 3):
+            fine = result.stdout == whole if result.returncode == 0 else result.returncode == 1 and result.stdout == b""
+            need(fine and (result.returncode == 0 or b"Unable to allocate" in result.stderr), result.args)
+
+
 # ---- Killed -----------------------------------------------------------------------------------------------
 
 

@@ -2,6 +2,8 @@
 #ifndef CMODEL_FATAL_H
 #define CMODEL_FATAL_H
 
+#include <new>
+
 #include "log.h"
 
 namespace cm {
@@ -13,7 +15,8 @@ inline constexpr int kExitFormat = -1;
 // Prints the message to standard error as it stands (give the line end) and exits.
 [[noreturn]] void fatal(int status, const char* fmt, ...) CM_PRINTF(2, 3);
 
-// What every want of memory ends in.
+// What every want of memory ends in. A C function in which the C++ library allocates catches std::bad_alloc
+// and calls this: no exception may leave it.
 [[noreturn]] void fail_without_memory();
 
 // Ends the program when `error` says that a file cannot be opened for want of memory or of descriptors in

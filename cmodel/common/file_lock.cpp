@@ -122,13 +122,15 @@ FILE* open_waiting(const char* path, const char* mode) {
 
 }  // namespace
 
-FILE* CM_Fopen(const char* path, const char* mode) {
+FILE* CM_Fopen(const char* path, const char* mode) try {
     FILE* stream = open_waiting(path, mode);
     while (!lock_file(stream, path, mode)) {
         std::fclose(stream);
         stream = open_waiting(path, mode);
     }
     return stream;
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }
 
 int CM_Fclose(FILE* stream) {

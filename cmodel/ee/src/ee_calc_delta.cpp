@@ -40,7 +40,7 @@ void report_classic_delta(const RowSource& mf, const RowSource& hf) {
 
 }  // namespace cm
 
-void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) {
+void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) try {
     const int width = static_cast<int>(in->width);
     const bool enabled = cm::reg_value(reg_ee_enable) == 1;
     const cm::AlignedRow mf_row = cm::output_row(width);
@@ -59,4 +59,6 @@ void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) {
     if (dump_dbg_img != 0) {
         cm::report_classic_delta(cm::RowSource(*mf), cm::RowSource(*hf));
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -161,7 +161,7 @@ int CalcSQRT(int a, int b) {
     return cm::approximate_length(a, b);
 }
 
-void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* gain) {
+void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* gain) try {
     cm::report_chroma_levels();
     const cm::ChromaGainConfig config = cm::configure_chroma_gain(size_t{gain->width} * gain->height);
     const int width = static_cast<int>(gain->width);
@@ -182,4 +182,6 @@ void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* ga
     if (dump_dbg_img != 0) {
         cm::report_chroma_gain(*gain);
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -109,7 +109,7 @@ void EE_CalcCore(const FRAME* Y, const FRAME* ref, const FRAME* motion, FRAME* c
     }
 }
 
-void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) {
+void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) try {
     const cm::CoringConfig config = cm::configure_coring();
     const int width = static_cast<int>(out->width);
     const cm::AlignedRow cored = cm::output_row(width);
@@ -123,4 +123,6 @@ void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) 
     if (dump_dbg_img != 0) {
         cm::report_coring(cm::RowSource(*out));
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

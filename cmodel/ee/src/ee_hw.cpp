@@ -117,7 +117,7 @@ void run_ee(const EePlanes& planes, RowSink& sink) {
 
 void ee_sw(FRAME*) {}
 
-FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* image, const FRAME* motion) {
+FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* image, const FRAME* motion) try {
     if (cm::reg_value(reg_ee_enable) != 1) {
         return CM_CopyFRAME(image);
     }
@@ -134,4 +134,6 @@ FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* imag
         cm::set_neutral_chroma(*out);
     }
     return out;
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -106,7 +106,7 @@ void EE_Cal3x3MinMax(const FRAME* in, FRAME* max, FRAME* min) {
     cm::min_max_frame<1>(*in, *max, *min, cm::min_max_3x3_row);
 }
 
-void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range) {
+void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range) try {
     const int width = static_cast<int>(range->width);
     const cm::AlignedRow out = cm::output_row(width);
     cm::FrameReader max_rows(*max, width);
@@ -117,4 +117,6 @@ void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range) {
         cm::write_row(*range, y, out.get(), width);
     }
     cm::report_range(negative, dump_dbg_img != 0 ? range : nullptr);
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -105,7 +105,7 @@ void report_pre_ee_delta(const std::string& tag, const RowSource& mf, const RowS
 
 }  // namespace cm
 
-void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) {
+void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) try {
     const int width = static_cast<int>(in->width);
     const int shift = cm::configure_pre_ee_delta(in->depth);
     const bool enabled = cm::reg_value(reg_ee_enable) == 1;
@@ -141,4 +141,6 @@ void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) {
         CM_DelFRAME(mf_over);
         CM_DelFRAME(hf_over);
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

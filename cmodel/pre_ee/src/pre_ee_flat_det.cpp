@@ -388,7 +388,7 @@ void run_frame(const FRAME& luma_in, const FRAME& luma_fusion, const FRAME& delt
 }  // namespace cm
 
 void PRE_EE_FlatDet(const FRAME* Yin, const FRAME* Yfusion, const FRAME* delta_in, const FRAME* delta_fusion,
-                    FRAME* out, const char* tag) {
+                    FRAME* out, const char* tag) try {
     FRAME* const texture = CM_NewFRAME(Yin->file_type, CM_FORMAT_SINGLE, Yin->width, Yin->height, 1, 8);
     const auto run =
         cm::fits<cm::Lanes16>(*Yin, *Yfusion, *delta_in, *delta_fusion)   ? cm::run_frame<cm::Lanes16>
@@ -399,4 +399,6 @@ void PRE_EE_FlatDet(const FRAME* Yin, const FRAME* Yfusion, const FRAME* delta_i
         cm::report_flat_det(tag, cm::RowSource(*texture));
     }
     CM_DelFRAME(texture);
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

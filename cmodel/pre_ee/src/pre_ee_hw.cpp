@@ -218,7 +218,7 @@ void run_pre_ee(const EePlanes& planes, RowSink& sink) {
 }  // namespace cm
 
 FRAME* pre_ee_hw(const FRAME* Yin, const FRAME* Cb, const FRAME* Cr, const FRAME* src_ynr, const FRAME* mmap,
-                 const FRAME* Yfusion) {
+                 const FRAME* Yfusion) try {
     if (!cm::block_enabled()) {
         return CM_CopyFRAME(Yin);
     }
@@ -235,4 +235,6 @@ FRAME* pre_ee_hw(const FRAME* Yin, const FRAME* Cb, const FRAME* Cr, const FRAME
         cm::set_neutral_chroma(*out);
     }
     return out;
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }
