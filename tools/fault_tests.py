@@ -533,6 +533,16 @@ def _():
         need(started, "never failed")
 
 
+@case("memory: headers of the largest width, without samples")
+def _():
+    job = Job()
+    for name in Job.INPUTS:
+        write(job.paths[name], b"P5\n2147483647 1\n1\n")
+    for job.debug in (0, 1):
+        result = run(["sh", "-c", 'ulimit -v 4000000; exec "$@"', "sh", *job.command()])
+        job.expect(1, "Unable to allocate memory\n", "none", result)
+
+
 def failing_allocations(command, prepare, step):
     """The results of a command of which one allocation after the other fails, or all from that one on."""
     library = program("tests/libfailing_malloc.so")

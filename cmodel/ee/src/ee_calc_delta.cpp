@@ -23,8 +23,8 @@ constexpr SymmetricKernel<3> kMfKernel = {{
 
 CM_ROW_FUNCTION(classic_delta_row, (Window rows, int32_t* __restrict mf, int32_t* __restrict hf, int width),
                 (rows, mf, hf, width)) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         const FoldedRows<3, kTile> folded(rows, x0, tile);
         for (int i = 0; i < tile; ++i) {
             mf[x0 + i] = shift_magnitude(folded.sum(kMfKernel, i), kShift, kDeltaMax);

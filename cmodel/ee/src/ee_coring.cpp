@@ -58,8 +58,8 @@ void core_row(const int32_t* luma, const int32_t* lowpass, const int32_t* motion
     const int32_t* const brightness = c.by_lowpass ? lowpass : luma;
     int32_t motion_level[kTile];
     int32_t weight[kTile];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         curve_row(brightness + x0, core + x0, tile, c.still);
         curve_row(brightness + x0, motion_level, tile, c.motion);
         curve_row(motion + x0, weight, tile, c.weight);

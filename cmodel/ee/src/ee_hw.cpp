@@ -33,8 +33,9 @@ class CleanStage {
     }
 
     void run_row(int y) {
-        for (; next_clean_ < source_.height() && next_clean_ <= y + kDeltaReach; ++next_clean_) {
-            for (; next_raw_ < source_.height() && next_raw_ <= next_clean_ + kPreProcessReach; ++next_raw_) {
+        for (; next_clean_ < source_.height() && next_clean_ <= int64_t{y} + kDeltaReach; ++next_clean_) {
+            for (; next_raw_ < source_.height() && next_raw_ <= int64_t{next_clean_} + kPreProcessReach;
+                 ++next_raw_) {
                 source_.read(next_raw_, raw_.line(next_raw_), source_.width());
                 raw_.pad(next_raw_);
             }

@@ -20,10 +20,10 @@ template <int R>
 CM_INLINE void min_max_row(Window rows, int32_t* __restrict max, int32_t* __restrict min, int width) {
     int32_t column_max[kTile + 2 * R];
     int32_t column_min[kTile + 2 * R];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         for (int i = 0; i < tile + 2 * R; ++i) {
-            const int x = x0 + i - R;
+            const int64_t x = x0 + i - R;
             int32_t hi = rows[0][x];
             int32_t lo = rows[0][x];
             for (int k = 1; k <= 2 * R; ++k) {
@@ -56,7 +56,7 @@ void min_max_frame(const FRAME& in, FRAME& max, FRAME& min, MinMaxRow row_functi
     const AlignedRow max_row = output_row(width);
     const AlignedRow min_row = output_row(width);
     // Intended: one row more than the frame has; reflected, it writes again what is there.
-    for (int y = 0; y <= height; ++y) {
+    for (int64_t y = 0; y <= height; ++y) {
         row_function(window.around(y), max_row.get(), min_row.get(), width);
         write_row(max, y, max_row.get(), width);
         write_row(min, y, min_row.get(), width);

@@ -82,7 +82,7 @@ void warn_about_chroma_size(const cm::EePlanes& planes) {
     const auto is_half = [&](const cm::RowSource& chroma) {
         const int width = planes.luma.width();
         return chroma.height() == planes.luma.height() &&
-               (chroma.width() == width / 2 || chroma.width() == (width + 1) / 2);
+               (chroma.width() == width / 2 || chroma.width() == cm::half_up(width));
     };
     if (!is_half(planes.cb) || !is_half(planes.cr)) {
         log_log(LOG_WARN, kSource, __LINE__,
