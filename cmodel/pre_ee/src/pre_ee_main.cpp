@@ -93,6 +93,20 @@ void warn_about_chroma_size(const cm::EePlanes& planes) {
     }
 }
 
+// The blocks cut the path of a debug image where its buffer ends, so that several images may go to one file.
+void warn_about_image_names(char** argv) {
+    const bool fused = cm::reg_value(reg_ee_texture_mode) == 1;
+    const char* const longest = fused ? "Yfusion_dbg_delta_MF_over_8b.ppm" : "dbg_adptgain_chromawgt_8b.ppm";
+    const size_t fitting = sizeof dbg_path - 1 - std::strlen("/") - std::strlen(longest);
+    const size_t length = std::strlen(argv[kDbgPath]);
+    if (dump_dbg_img != 0 && length > fitting) {
+        log_log(LOG_WARN, kSource, __LINE__,
+                "the debug directory's path has %zu characters: paths of debug images are cut at %zu, and "
+                "images may replace each other; up to %zu leave them whole",
+                length, sizeof dbg_path - 1, fitting);
+    }
+}
+
 // The block is off: the luma goes out as it came in, at its own depth.
 void write_copy(const cm::RowSource& luma, char** argv) {
     const int width = luma.width();
@@ -112,6 +126,7 @@ void write_copy(const cm::RowSource& luma, char** argv) {
 
 void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, char** argv) {
     cm::check_pre_ee_planes(planes);
+    warn_about_image_names(argv);
     const size_t width = static_cast<size_t>(planes.luma.width());
     const size_t height = static_cast<size_t>(planes.luma.height());
     const cm::Bytes packed = memory.take(width * height);
