@@ -252,6 +252,9 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     EXPECT_GE(run("classic --rgb rgb.ppm --y y.pgm --out d.pgm").status, 100);
     EXPECT_NE(run("classic --ini absent.ini --rgb rgb.ppm --out d.pgm").text.find("absent.ini"),
               std::string::npos);
+    const Result full = run(classic + planes + "--out d.pgm --log /dev/full --log-level 1");
+    EXPECT_EQ(full.status, 2);
+    EXPECT_EQ(full.text, "eetool: /dev/full could not be written whole\n");
     EXPECT_FALSE(fs::exists("d.pgm"));
 }
 

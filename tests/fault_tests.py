@@ -113,7 +113,8 @@ def spawn(command, **more):
     global processes
     processes += 1
     # no buffer: select() sees all that is there
-    children.append(subprocess.Popen(command, bufsize=0, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
+    more = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **more}
+    children.append(subprocess.Popen(command, bufsize=0, **more))
     return children[-1]
 
 
@@ -297,14 +298,26 @@ def _():
     need(seen, "nothing was read meanwhile")
 
 
-@case("hand-over: the consumer deletes a file for which a writer waits")
+@case("hand-over: the holder of the lock deletes or renames what another waits for")
 def _():
-    job = Job()
-    with locked(job.paths["out"], os.O_RDWR | os.O_CREAT):
-        process = job.start()
-        time.sleep(0.3)
-        os.unlink(job.paths["out"])
-    job.expect(0, "", "whole", finish(process))
+    for name, links, take in (("out", 1, os.unlink), ("out", 2, os.unlink), ("out", 1, lambda p: os.rename(p, p + ".done")),
+                              ("y", 1, lambda p: os.rename(p, p + ".done"))):
+        job = Job()
+        path = job.paths[name]
+        frame = read(path) if name == "y" else None
+        write(path, b"the frame before")
+        if links == 2:
+            os.link(path, path + ".done")
+        with locked(path):
+            process = job.start()
+            time.sleep(0.3)
+            take(path)
+        if frame:
+            wait_for(process.stdout, f"wait pre frame ready {path}")
+            write(path + ".new", frame)
+            os.rename(path + ".new", path)
+        job.expect(0, "", "whole", finish(process))
+        need(not os.path.exists(path + ".done") or read(path + ".done") == b"the frame before", "written after its time")
 
 
 # ---- Files that cannot be used ----------------------------------------------------------------------------
@@ -383,6 +396,39 @@ def _():
     job.expect(0, "", "whole", finish(process))
 
 
+@case("files: pipes whose reader leaves")
+def _():
+    job = Job(640, 480)
+    for name, status, message in (("out", 1, "Unable to write file '.*/pipe': Broken pipe\n"),
+                                  ("log", 1, "Unable to write log file '.*/pipe'\n"), ("stdout", 0, "")):
+        pipe = f"{job.dir}/pipe"
+        os.mkfifo(pipe)
+        # the standard output's reader has left before it starts
+        read_end = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+        stdout = os.open(pipe, os.O_WRONLY) if name == "stdout" else subprocess.PIPE
+        process = spawn(job.command(**{name: pipe}), stdout=stdout)
+        if name != "stdout":
+            select.select([read_end], [], [], LIMIT)
+        else:
+            os.close(stdout)
+        os.close(read_end)
+        os.unlink(pipe)
+        job.expect(status, message, "none" if status else "whole", finish(process))
+
+
+@case("files: as few descriptors as there may be")
+def _():
+    job = Job()
+    results = []
+    for most in range(4, 8):
+        remove(job.paths["out"])
+        results.append(run(job.command(), preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))))
+        if results[-1].returncode == 0:
+            break
+        job.expect(1, "Unable to (read|write) file '.*': Too many open files\n", "none", results[-1])
+    need(len(results) > 1 and job.state() == "whole", "never failed, or always")
+
+
 # ---- Full disks -------------------------------------------------------------------------------------------
 
 
@@ -443,7 +489,6 @@ def _():
 
 
 def limit_files(size):
-    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
     resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
 
 
@@ -486,6 +531,68 @@ def _():
             need(job.state() != "short" or job.debug, "a part of the output is there")
         job.expect(0, "", "whole", result)
         need(started, "never failed")
+
+
+@case("memory: headers of the largest width, without samples")
+def _():
+    job = Job()
+    for name in Job.INPUTS:
+        write(job.paths[name], b"P5\n2147483647 1\n1\n")
+    for job.debug in (0, 1):
+        result = run(["sh", "-c", 'ulimit -v 4000000; exec "$@"', "sh", *job.command()])
+        job.expect(1, "Unable to allocate memory\n", "none", result)
+
+
+def failing_allocations(command, prepare, step):
+    """The results of a command of which one allocation after the other fails, or all from that one on."""
+    library = program("tests/libfailing_malloc.so")
+    mark = tempfile.mktemp(dir=BASE)
+    for more in ("", "+"):
+        for first in range(1, 100000, 1 if args.long else step):
+            env = {**os.environ, "LD_PRELOAD": library, "ALLOCATION_FAILS": f"{first}{more}", "ALLOCATION_FAILED": mark}
+            prepare()
+            result = run(command, env=env)
+            if not os.path.exists(mark):
+                need(first > 1, "none failed")
+                break
+            os.unlink(mark)
+            result.args = f"allocation {first}{more} of {os.path.basename(command[0])}: status {result.returncode}, " \
+                          f"{result.stdout!r}, {result.stderr!r}"
+            yield result
+
+
+@case("memory: each allocation of a run fails in turn")
+def _():
+    for job in (Job(), Job(debug=1)):
+        def left():  # all but the times of the records
+            images = {name: read(f"{job.paths['dbg']}/{name}") for name in os.listdir(job.paths["dbg"])}
+            return re.sub(rb"(?m)^\S+ \S+ ", b"", read(job.paths["log"])), read(job.paths["out"]), images
+
+        command = job.command()
+        command[0] = program("tests/pre_ee_main_shared")
+        job.expect(0, "", "whole", run(command))
+        whole, statuses = left(), set()
+        for result in failing_allocations(command, lambda: [remove(job.paths[name]) for name in ("out", "log")], 2):
+            if b"Can't handle ee_reg" in (os.path.exists(job.paths["log"]) and read(job.paths["log"]) or b""):
+                continue
+            statuses.add(result.returncode)
+            if result.returncode == 0:
+                need(left() == whole, result.args)
+            else:
+                need(result.returncode == 1 and job.state() in ("none", "empty"), f"{result.args}, {job.state()}")
+                need(re.fullmatch(b"Unable to (allocate memory|open log file '.*')\n", result.stderr), result.args)
+        need(statuses == {0, 1}, f"only {statuses}")
+
+
+@case("memory: each allocation of a process that uses the library fails in turn")
+def _():
+    for kind in ("frame", "blocks", "files"):
+        place = tempfile.mkdtemp(dir=BASE)
+        command = [program("tests/library_calls"), kind, place]
+        whole = run(command).stdout
+        for result in failing_allocations(command, lambda: None, 3):
+            fine = result.stdout == whole if result.returncode == 0 else result.returncode == 1 and result.stdout == b""
+            need(fine and (result.returncode == 0 or b"Unable to allocate" in result.stderr), result.args)
 
 
 # ---- Killed -----------------------------------------------------------------------------------------------

@@ -264,6 +264,17 @@ TEST(Program, CommandLine) {
     EXPECT_EQ(got.out, "wait pre frame ready " + s.at("ynr") + "\n" + s.at("ynr") +
                            " ready\ndepth of Yfusion is 8 \n");
 
+    for (const size_t length : {990, 991}) {  // the longest path of a debug image fits, and is cut
+        s.args[6].resize(length, '/');
+        s.args[7] = "1";
+        EXPECT_EQ(run(s.args).status, 0);
+        EXPECT_EQ(fs::exists(s.at("dbg/Yfusion_dbg_delta_MF_over_8b.ppm")), length == 990);
+        const std::string log = read_file(s.at("run.log"));
+        EXPECT_EQ(log.find("WARN") != log.npos, length == 991);
+        fs::remove_all(s.at("dbg")), fs::create_directory(s.at("dbg"));
+    }
+    s.args[6] = s.at("dbg");
+
     s.args[13] = s.at("fus");  // output onto an input
     write_file(s.at("set.ini"), "[ee]\nreg_ee_total_gain =" + std::string(1999000, ' ') + "77\n");
     EXPECT_EQ(compare_with_model(s), "");

@@ -28,7 +28,7 @@ AlignedSamples<T> allocate_row(size_t samples) {
     const size_t bytes = (samples * sizeof(T) + 63) / 64 * 64;
     AlignedSamples<T> row(static_cast<T*>(std::aligned_alloc(64, bytes > 0 ? bytes : 64)));
     if (row == nullptr) {
-        fatal(kExitFile, "Unable to allocate memory\n");
+        fail_without_memory();
     }
     return row;
 }
@@ -38,7 +38,7 @@ template <typename T>
 void pad_row(T* row, int width) {
     for (int k = 1; k <= kMaxReach; ++k) {
         row[-k] = row[mirror(-k, width)];
-        row[width - 1 + k] = row[mirror(width - 1 + k, width)];
+        row[int64_t{width} - 1 + k] = row[mirror(int64_t{width} - 1 + k, width)];
     }
 }
 
@@ -61,7 +61,7 @@ class LineBufferOf {
     }
     void pad(int y) { pad_row(line(y), width_); }
 
-    const T* row(int y) const {
+    const T* row(int64_t y) const {
         return samples_.get() + pitch_ * static_cast<size_t>(mirror(y, height_) % lines_) + kMargin;
     }
 
@@ -81,7 +81,7 @@ template <int R, typename T = int32_t>
 struct RowWindow {
     const T* rows[2 * R + 1];
 
-    RowWindow(const LineBufferOf<T>& lines, int y) {
+    RowWindow(const LineBufferOf<T>& lines, int64_t y) {
         for (int k = 0; k <= 2 * R; ++k) {
             rows[k] = lines.row(y + k - R);
         }

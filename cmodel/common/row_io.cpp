@@ -167,7 +167,7 @@ void RowSource::read_padded(int64_t y, int32_t* dst, int width) const {
     }
     for (int k = 1; k <= kMaxReach; ++k) {
         dst[-k] = own_row_[static_cast<size_t>(mirror(-k, width_))];
-        dst[width - 1 + k] = own_row_[static_cast<size_t>(mirror(int64_t{width} - 1 + k, width_))];
+        dst[int64_t{width} - 1 + k] = own_row_[static_cast<size_t>(mirror(int64_t{width} - 1 + k, width_))];
     }
 }
 

@@ -109,7 +109,7 @@ class FrameWindow {
         int held = -1;
     };
 
-    size_t padded_width() const { return static_cast<size_t>(width_ + 2 * kMaxReach); }
+    size_t padded_width() const { return static_cast<size_t>(width_) + 2 * kMaxReach; }
 
     RowSource source_;
     int width_;

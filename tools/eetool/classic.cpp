@@ -77,11 +77,13 @@ int run(const Options& o) {
                            ? CM_NewFRAME(kFileType, CM_FORMAT_SINGLE, planes.y->width, planes.y->height, 1, 8)
                            : read_plane(o.mmap).release());
     const Frame sharpened(ee_hw(planes.y.get(), planes.cb.get(), planes.cr.get(), image.get(), motion.get()));
-    CM_WritePPM5(o.out.c_str(), sharpened.get());
-    if (log != nullptr) {
-        std::fclose(log);
+    // A run whose log is not whole has no output.
+    if (log != nullptr && std::ferror(log) != 0) {
+        std::fprintf(stderr, "eetool: %s could not be written whole\n", o.log.c_str());
+        return kCannot;
     }
-    return kOk;
+    CM_WritePPM5(o.out.c_str(), sharpened.get());
+    return log == nullptr || std::fclose(log) == 0 ? kOk : report_cannot("written", o.log);
 }
 
 std::function<int()> declare(CLI::App& app) {

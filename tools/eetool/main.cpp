@@ -40,11 +40,15 @@ Planes split_planes(const FRAME& ycbcr) {
 
 }  // namespace eetool
 
+// Ahead of the static objects of the command-line parser, which take memory.
+[[gnu::constructor(101)]] static void prepare() {
+    cm::prepare_program();
+}
+
 int main(int argc, char** argv) {
     using eetool::Command;
     const Command* const commands[] = {&eetool::kClassic, &eetool::kIni, &eetool::kPattern};
 
-    cm::prepare_program();
     log_set_quiet(true);
     CLI::App app("Companion of the edge-enhancement model.", "eetool");
     app.require_subcommand(1);

@@ -35,7 +35,7 @@ void debug_view_row(const int32_t* in, int32_t* out, int width, int factor, int 
 
 // ---- Chroma duplication ----
 
-// `in` holds (width + 1) / 2 samples.
+// `in` holds half_up(width) samples.
 void dup_row(const int32_t* in, int32_t* out, int width);
 
 // ---- Local extremes and range ----

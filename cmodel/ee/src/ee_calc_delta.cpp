@@ -23,8 +23,8 @@ constexpr SymmetricKernel<3> kMfKernel = {{
 
 CM_ROW_FUNCTION(classic_delta_row, (Window rows, int32_t* __restrict mf, int32_t* __restrict hf, int width),
                 (rows, mf, hf, width)) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         const FoldedRows<3, kTile> folded(rows, x0, tile);
         for (int i = 0; i < tile; ++i) {
             mf[x0 + i] = shift_magnitude(folded.sum(kMfKernel, i), kShift, kDeltaMax);
@@ -40,7 +40,7 @@ void report_classic_delta(const RowSource& mf, const RowSource& hf) {
 
 }  // namespace cm
 
-void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) {
+void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) try {
     const int width = static_cast<int>(in->width);
     const bool enabled = cm::reg_value(reg_ee_enable) == 1;
     const cm::AlignedRow mf_row = cm::output_row(width);
@@ -59,4 +59,6 @@ void EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf) {
     if (dump_dbg_img != 0) {
         cm::report_classic_delta(cm::RowSource(*mf), cm::RowSource(*hf));
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

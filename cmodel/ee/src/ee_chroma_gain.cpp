@@ -74,8 +74,8 @@ CM_ROW_FUNCTION(chroma_compute_row,
                 (cb, cr, gain, width, c)) {
     int32_t hue[kTile];
     int32_t amplitude[kTile];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         for (int i = 0; i < tile; ++i) {
             const int32_t a = Wrap(cb[x0 + i]) - kChromaMid;
             const int32_t b = Wrap(cr[x0 + i]) - kChromaMid;
@@ -163,7 +163,7 @@ int CalcSQRT(int a, int b) {
     return cm::approximate_length(a, b);
 }
 
-void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* gain) {
+void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* gain) try {
     cm::report_chroma_levels();
     const cm::ChromaGainConfig config = cm::configure_chroma_gain(size_t{gain->width} * gain->height);
     const int width = static_cast<int>(gain->width);
@@ -184,4 +184,6 @@ void EE_ChromaGain(const FRAME* Cb, const FRAME* Cr, const FRAME* ref, FRAME* ga
     if (dump_dbg_img != 0) {
         cm::report_chroma_gain(*gain);
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -59,8 +59,8 @@ void core_row(const int32_t* luma, const int32_t* lowpass, const int32_t* motion
     const int32_t* const brightness = c.by_lowpass ? lowpass : luma;
     int32_t motion_level[kTile];
     int32_t weight[kTile];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         curve_row(brightness + x0, core + x0, tile, c.still);
         curve_row(brightness + x0, motion_level, tile, c.motion);
         curve_row(motion + x0, weight, tile, c.weight);
@@ -110,7 +110,7 @@ void EE_CalcCore(const FRAME* Y, const FRAME* ref, const FRAME* motion, FRAME* c
     }
 }
 
-void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) {
+void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) try {
     const cm::CoringConfig config = cm::configure_coring();
     const int width = static_cast<int>(out->width);
     const cm::AlignedRow cored = cm::output_row(width);
@@ -124,4 +124,6 @@ void EE_Coring(const FRAME* mf, const FRAME* hf, const FRAME* core, FRAME* out) 
     if (dump_dbg_img != 0) {
         cm::report_coring(cm::RowSource(*out));
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -143,7 +143,7 @@ void report_delta_gain(const FRAME& range, const FRAME& gain) {
 
 }  // namespace cm
 
-void EE_CalcDeltaGain(const FRAME* range, FRAME* gain) {
+void EE_CalcDeltaGain(const FRAME* range, FRAME* gain) try {
     const cm::ByteTable table = cm::configure_delta_gain();
     const int width = static_cast<int>(range->width);
     const cm::AlignedRow out = cm::output_row(width);
@@ -155,4 +155,6 @@ void EE_CalcDeltaGain(const FRAME* range, FRAME* gain) {
     if (dump_dbg_img != 0) {
         cm::report_delta_gain(*range, *gain);
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

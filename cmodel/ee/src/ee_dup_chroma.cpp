@@ -20,8 +20,8 @@ CM_ROW_FUNCTION(dup_row, (const int32_t* in, int32_t* __restrict out, int width)
 void EE_DupCbCr(const FRAME* Cb, const FRAME* Cr, FRAME* CbOut, FRAME* CrOut) {
     const int width = static_cast<int>(CbOut->width);
     const cm::AlignedRow out = cm::output_row(width);
-    cm::FrameReader cb(*Cb, (width + 1) / 2);
-    cm::FrameReader cr(*Cr, (width + 1) / 2);
+    cm::FrameReader cb(*Cb, cm::half_up(width));
+    cm::FrameReader cr(*Cr, cm::half_up(width));
     for (int y = 0; y < static_cast<int>(CbOut->height); ++y) {
         cm::dup_row(cb.row(y), out.get(), width);
         cm::write_row(*CbOut, y, out.get(), width);

@@ -32,8 +32,9 @@ class CleanStage {
     }
 
     void run_row(int y) {
-        for (; next_clean_ < source_.height() && next_clean_ <= y + kDeltaReach; ++next_clean_) {
-            for (; next_raw_ < source_.height() && next_raw_ <= next_clean_ + kPreProcessReach; ++next_raw_) {
+        for (; next_clean_ < source_.height() && next_clean_ <= int64_t{y} + kDeltaReach; ++next_clean_) {
+            for (; next_raw_ < source_.height() && next_raw_ <= int64_t{next_clean_} + kPreProcessReach;
+                 ++next_raw_) {
                 source_.read(next_raw_, raw_.line(next_raw_), source_.width());
                 raw_.pad(next_raw_);
             }
@@ -116,7 +117,7 @@ void run_ee(const EePlanes& planes, RowSink& sink) {
 
 void ee_sw(FRAME*) {}
 
-FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* image, const FRAME* motion) {
+FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* image, const FRAME* motion) try {
     if (cm::reg_value(reg_ee_enable) != 1) {
         return CM_CopyFRAME(image);
     }
@@ -133,4 +134,6 @@ FRAME* ee_hw(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, const FRAME* imag
         cm::set_neutral_chroma(*out);
     }
     return out;
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -30,7 +30,7 @@ CM_ROW_FUNCTION(lpf_luma_row, (Window rows, int32_t* __restrict out, int width),
 }
 
 CM_ROW_FUNCTION(lpf_chroma_row, (const int32_t* in, int32_t* __restrict out, int width), (in, out, width)) {
-    for (int x = 0; x < width; ++x) {
+    for (int64_t x = 0; x < width; ++x) {
         const Wrap outer = Wrap(in[x - 2]) + Wrap(in[x + 2]);
         const Wrap inner = Wrap(in[x - 1]) + Wrap(in[x + 1]);
         const Wrap centred = outer + inner * 4 + Wrap(in[x]) * 6 - (kChromaMid << kGainLog2);

@@ -21,10 +21,10 @@ template <int R>
 CM_INLINE void min_max_row(Window rows, int32_t* __restrict max, int32_t* __restrict min, int width) {
     int32_t column_max[kTile + 2 * R];
     int32_t column_min[kTile + 2 * R];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         for (int i = 0; i < tile + 2 * R; ++i) {
-            const int x = x0 + i - R;
+            const int64_t x = x0 + i - R;
             int32_t hi = rows[0][x];
             int32_t lo = rows[0][x];
             for (int k = 1; k <= 2 * R; ++k) {
@@ -57,7 +57,7 @@ void min_max_frame(const FRAME& in, FRAME& max, FRAME& min, MinMaxRow row_functi
     const AlignedRow max_row = output_row(width);
     const AlignedRow min_row = output_row(width);
     // Intended: one row more than the frame has; reflected, it writes again what is there.
-    for (int y = 0; y <= height; ++y) {
+    for (int64_t y = 0; y <= height; ++y) {
         row_function(window.around(y), max_row.get(), min_row.get(), width);
         write_row(max, y, max_row.get(), width);
         write_row(min, y, min_row.get(), width);
@@ -108,7 +108,7 @@ void EE_Cal3x3MinMax(const FRAME* in, FRAME* max, FRAME* min) {
     cm::min_max_frame<1>(*in, *max, *min, cm::min_max_3x3_row);
 }
 
-void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range) {
+void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range) try {
     const int width = static_cast<int>(range->width);
     const cm::AlignedRow out = cm::output_row(width);
     cm::FrameReader max_rows(*max, width);
@@ -119,4 +119,6 @@ void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range) {
         cm::write_row(*range, y, out.get(), width);
     }
     cm::report_range(negative, dump_dbg_img != 0 ? range : nullptr);
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -104,7 +104,7 @@ EePipeline::EePipeline(const EePlanes& planes, int luma_depth, ShootVariant shoo
       shoot_variant_(shoot),
       merge_(configure_merge(kOutputDepth)),
       view_(find_debug_view()),
-      half_row_(output_row((width_ + 1) / 2)),
+      half_row_(output_row(half_up(width_))),
       cb_(width_, 1, 1),
       cr_(width_, 1, 1),
       lpf_luma_(output_row(width_)),
@@ -131,7 +131,7 @@ void EePipeline::run_row(int y, const LineBuffer& luma, const int32_t* mf, const
     const RowWindow<2> around(luma, y);
     const int32_t* const luma_row = luma.row(y);
 
-    const int half_width = (width_ + 1) / 2;
+    const int half_width = half_up(width_);
     dup_row(planes_.cb.row(y, half_row_.get(), half_width), cb_.line(0), width_);
     cb_.pad(0);
     dup_row(planes_.cr.row(y, half_row_.get(), half_width), cr_.line(0), width_);

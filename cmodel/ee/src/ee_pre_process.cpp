@@ -54,7 +54,7 @@ int SelMax(const int* window) {
     return cm::pick_neighbour(window, cm::max32);
 }
 
-void EE_PreProcess(const FRAME* in, FRAME* out) {
+void EE_PreProcess(const FRAME* in, FRAME* out) try {
     const bool enabled = cm::reg_value(reg_ee_pre_proc_enable) == 1;
     const int width = static_cast<int>(in->width);
     const cm::AlignedRow row = cm::output_row(width);
@@ -71,4 +71,6 @@ void EE_PreProcess(const FRAME* in, FRAME* out) {
     if (dump_dbg_img != 0) {
         cm::report_pre_process(*in, *out);
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

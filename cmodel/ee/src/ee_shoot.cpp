@@ -124,13 +124,17 @@ void report_shoot(const RowSource& clamped) {
 
 }  // namespace cm
 
-void EE_IOShootPro(const FRAME* delta, const FRAME* Y, const FRAME* max, const FRAME* min, FRAME* out) {
+void EE_IOShootPro(const FRAME* delta, const FRAME* Y, const FRAME* max, const FRAME* min, FRAME* out) try {
     const cm::ShootConfig config = cm::configure_shoot();
     cm::report_shoot_pro_mode(config);
     cm::shoot_frame(*delta, *Y, *max, *min, *out, config, cm::shoot_pro_row);
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }
 
-void EE_IOShoot(const FRAME* delta, const FRAME* Y, const FRAME* max, const FRAME* min, FRAME* out) {
+void EE_IOShoot(const FRAME* delta, const FRAME* Y, const FRAME* max, const FRAME* min, FRAME* out) try {
     cm::report_shoot_entry();
     cm::shoot_frame(*delta, *Y, *max, *min, *out, cm::configure_shoot(), cm::shoot_row);
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -84,7 +84,7 @@ void EE_TotalGain(const FRAME* delta, const FRAME* luma, const FRAME* chroma, co
     }
 }
 
-void EE_TotalDelta(const FRAME* delta, const FRAME* gain, FRAME* out) {
+void EE_TotalDelta(const FRAME* delta, const FRAME* gain, FRAME* out) try {
     const int width = static_cast<int>(out->width);
     const cm::AlignedRow row = cm::output_row(width);
     cm::FrameReader delta_rows(*delta, width);
@@ -96,4 +96,6 @@ void EE_TotalDelta(const FRAME* delta, const FRAME* gain, FRAME* out) {
     if (dump_dbg_img != 0) {
         cm::report_total_delta(cm::RowSource(*out));
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

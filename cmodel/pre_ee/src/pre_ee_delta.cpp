@@ -31,7 +31,7 @@ FRAME* new_map(const FRAME& size) {
 CM_ROW_FUNCTION(grey_pixels_row,
                 (const int32_t* tested, const int32_t* shown, uint8_t* __restrict pixels, int width),
                 (tested, shown, pixels, width)) {
-    for (int x = 0; x < width; ++x) {
+    for (int64_t x = 0; x < width; ++x) {
         const int32_t level = min32(magnitude(shown[x]), 255) & mask_of(tested[x] != 0);
         pixels[3 * x] = static_cast<uint8_t>(level);
         pixels[3 * x + 1] = static_cast<uint8_t>(level);
@@ -60,8 +60,8 @@ int configure_pre_ee_delta(int depth) {
 CM_ROW_FUNCTION(pre_ee_delta_sum_row,
                 (Window rows, int32_t* __restrict mf_sum, int32_t* __restrict hf_sum, int width),
                 (rows, mf_sum, hf_sum, width)) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         const FoldedRows<2, kTile> folded(rows, x0, tile);
         for (int i = 0; i < tile; ++i) {
             mf_sum[x0 + i] = folded.sum(kMfKernel, i);
@@ -105,7 +105,7 @@ void report_pre_ee_delta(const std::string& tag, const RowSource& mf, const RowS
 
 }  // namespace cm
 
-void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) {
+void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) try {
     const int width = static_cast<int>(in->width);
     const int shift = cm::configure_pre_ee_delta(in->depth);
     const bool enabled = cm::reg_value(reg_ee_enable) == 1;
@@ -141,4 +141,6 @@ void PRE_EE_CalcDelta(const FRAME* in, FRAME* mf, FRAME* hf, const char* tag) {
         CM_DelFRAME(mf_over);
         CM_DelFRAME(hf_over);
     }
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -77,8 +77,8 @@ template <typename Lanes, int R>
 CM_INLINE void sum_box(Rows<Lanes> rows, typename Lanes::Sum* __restrict out, int width) {
     using Column = typename Lanes::Column;
     Column column[kTile + 2 * R];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
         for (int i = 0; i < tile + 2 * R; ++i) {
             Column s = 0;
             CM_UNROLL
@@ -140,7 +140,7 @@ CM_INLINE void find_lines(Rows<Lanes> window, int32_t* __restrict line, int widt
     const Factor<typename Lanes::Sum> factor = shared_factor;
     const typename Lanes::Row* rows[2 * kReach + 1];
     std::copy_n(window, 2 * kReach + 1, rows);
-    for (int x = 0; x < width; ++x) {
+    for (int64_t x = 0; x < width; ++x) {
         Run<Lanes> down;
         Run<Lanes> across;
         CM_UNROLL
@@ -348,7 +348,7 @@ void report_flat_det(const std::string& tag, const RowSource& texture) {
     write_colour_rows(path.c_str(), static_cast<uint32_t>(width), static_cast<uint32_t>(texture.height()),
                       [&](uint32_t y, uint8_t* pixels) {
                           const int32_t* const row = texture.row(y, scratch.get(), width);
-                          for (int x = 0; x < width; ++x) {
+                          for (int64_t x = 0; x < width; ++x) {
                               std::copy_n(kColours[row[x]], 3, pixels + 3 * x);
                           }
                       });
@@ -388,7 +388,7 @@ void run_frame(const FRAME& luma_in, const FRAME& luma_fusion, const FRAME& delt
 }  // namespace cm
 
 void PRE_EE_FlatDet(const FRAME* Yin, const FRAME* Yfusion, const FRAME* delta_in, const FRAME* delta_fusion,
-                    FRAME* out, const char* tag) {
+                    FRAME* out, const char* tag) try {
     FRAME* const texture = CM_NewFRAME(Yin->file_type, CM_FORMAT_SINGLE, Yin->width, Yin->height, 1, 8);
     const auto run =
         cm::fits<cm::Lanes16>(*Yin, *Yfusion, *delta_in, *delta_fusion)   ? cm::run_frame<cm::Lanes16>
@@ -399,4 +399,6 @@ void PRE_EE_FlatDet(const FRAME* Yin, const FRAME* Yfusion, const FRAME* delta_i
         cm::report_flat_det(tag, cm::RowSource(*texture));
     }
     CM_DelFRAME(texture);
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

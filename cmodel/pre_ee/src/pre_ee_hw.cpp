@@ -68,9 +68,10 @@ class DeltaStage {
           hf_over_(keep_for_report(luma)) {}
 
     // Makes the deltas up to and including row y (or the last), reading luma as far as they need.
-    void advance(int y) {
+    void advance(int64_t y) {
         for (; next_delta_ < source_.height() && next_delta_ <= y; ++next_delta_) {
-            for (; next_luma_ < source_.height() && next_luma_ <= next_delta_ + kDeltaReach; ++next_luma_) {
+            for (; next_luma_ < source_.height() && next_luma_ <= int64_t{next_delta_} + kDeltaReach;
+                 ++next_luma_) {
                 read_luma(next_luma_);
             }
             make_delta(next_delta_);
@@ -141,8 +142,8 @@ void run_texture_rows(const EePlanes& planes, EePipeline& blocks) {
     const std::unique_ptr<KeptPlane> hf_texture = keep_for_report(planes.luma);
 
     for (int y = 0; y < blocks.height(); ++y) {
-        in.advance(y + kFlatReach);
-        fusion.advance(y + kFlatReach);
+        in.advance(int64_t{y} + kFlatReach);
+        fusion.advance(int64_t{y} + kFlatReach);
         detector.set_luma(Rows(in.window_luma(), y).rows, Rows(fusion.window_luma(), y).rows);
         detector.run_band(Rows(in.mf(), y).rows, Rows(fusion.mf(), y).rows, mf.get(), texture.get());
         if (mf_texture != nullptr) {
@@ -218,7 +219,7 @@ void run_pre_ee(const EePlanes& planes, RowSink& sink) {
 }  // namespace cm
 
 FRAME* pre_ee_hw(const FRAME* Yin, const FRAME* Cb, const FRAME* Cr, const FRAME* src_ynr, const FRAME* mmap,
-                 const FRAME* Yfusion) {
+                 const FRAME* Yfusion) try {
     if (!cm::block_enabled()) {
         return CM_CopyFRAME(Yin);
     }
@@ -235,4 +236,6 @@ FRAME* pre_ee_hw(const FRAME* Yin, const FRAME* Cb, const FRAME* Cr, const FRAME
         cm::set_neutral_chroma(*out);
     }
     return out;
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }

@@ -92,7 +92,7 @@ void warn_about_chroma_size(const cm::EePlanes& planes) {
     const auto is_half = [&](const cm::RowSource& chroma) {
         const int width = planes.luma.width();
         return chroma.height() == planes.luma.height() &&
-               (chroma.width() == width / 2 || chroma.width() == (width + 1) / 2);
+               (chroma.width() == width / 2 || chroma.width() == cm::half_up(width));
     };
     if (!is_half(planes.cb) || !is_half(planes.cr)) {
         log_log(LOG_WARN, cm::at::kChromaSize.source, cm::at::kChromaSize.line,
@@ -100,6 +100,20 @@ void warn_about_chroma_size(const cm::EePlanes& planes) {
                 "columns and rows outside are reflected",
                 planes.luma.width(), planes.luma.height(), planes.cb.width(), planes.cb.height(),
                 planes.cr.width(), planes.cr.height());
+    }
+}
+
+// The blocks cut the path of a debug image where its buffer ends, so that several images may go to one file.
+void warn_about_image_names(char** argv) {
+    const bool fused = cm::reg_value(reg_ee_texture_mode) == 1;
+    const char* const longest = fused ? "Yfusion_dbg_delta_MF_over_8b.ppm" : "dbg_adptgain_chromawgt_8b.ppm";
+    const size_t fitting = sizeof dbg_path - 1 - std::strlen("/") - std::strlen(longest);
+    const size_t length = std::strlen(argv[kDbgPath]);
+    if (dump_dbg_img != 0 && length > fitting) {
+        log_log(LOG_WARN, kSource, __LINE__,
+                "the debug directory's path has %zu characters: paths of debug images are cut at %zu, and "
+                "images may replace each other; up to %zu leave them whole",
+                length, sizeof dbg_path - 1, fitting);
     }
 }
 
@@ -122,6 +136,7 @@ void write_copy(const cm::RowSource& luma, char** argv) {
 
 void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, char** argv) {
     cm::check_pre_ee_planes(planes);
+    warn_about_image_names(argv);
     const size_t width = static_cast<size_t>(planes.luma.width());
     const size_t height = static_cast<size_t>(planes.luma.height());
     const cm::Bytes packed = memory.take(width * height);
