@@ -2,10 +2,11 @@
 // are compared with a second table in program_test, loading and dumping of any bytes in the fuzz targets.
 #include "ee_reg.h"
 
-#include <ini.h>
-
+#include <atomic>
 #include <map>
+#include <thread>
 
+#include "ee_reg_ini.h"
 #include "ee_reg_table.h"
 #include "test_frames.h"
 
@@ -118,11 +119,38 @@ TEST_F(EeReg, LoadReadsEveryStyle) {
         SCOPED_TRACE(row.text.substr(0, 200));
         init(nullptr);
         load(row.text);
+        EE_REG other;
+        ee_reg_hw_init(&other.hw, nullptr);
+        EXPECT_EQ(cm::parse_ini(row.text, ee_reg_loader, &other).error, 0);
         std::map<int, int> set;
+        for (int slot = 0; slot < EE_REG_COUNT; ++slot)
+            EXPECT_EQ(other.hw.slot[slot].value, ee_reg.hw.slot[slot].value) << "from memory";
         for (int slot = 0; slot < EE_REG_COUNT; ++slot)
             if (ee_reg.hw.slot[slot].is_set != 0) set[slot] = cm::reg_value(slot);
         EXPECT_EQ(set, row.set);
     }
+}
+
+TEST_F(EeReg, ThreadsLoadSetsOfTheirOwn) {
+    const std::string text =
+        "[ee]\nreg_ee_total_gain =" + std::string(300, ' ') + "40\nreg_ee_total_coring = 9\n";
+    const auto caller_line = ini_max_line;
+    std::atomic<int> wrong = 0;
+    const auto load_often = [&] {
+        EE_REG block;
+        ee_reg_sw_init(&block.sw, nullptr);
+        for (int i = 0; i < 2000; ++i) {
+            ee_reg_hw_init(&block.hw, nullptr);
+            cm::parse_ini(text, ee_reg_loader, &block);
+            const auto& slot = block.hw.slot;
+            wrong += slot[reg_ee_total_gain].value != 40 || slot[reg_ee_total_coring].value != 9;
+        }
+    };
+    std::thread beside(load_often);
+    load_often();
+    beside.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(ini_max_line, caller_line);
 }
 
 TEST_F(EeReg, RegistersThatNoLoadSetAreReported) {

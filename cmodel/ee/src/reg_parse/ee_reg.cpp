@@ -1,7 +1,6 @@
 // Whole-block operations: init, load, print, dump.
 #include "ee_reg.h"
 
-#include <ini.h>
 #include <regex.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <functional>
 #include <string>
 
+#include "ee_reg_ini.h"
 #include "ee_reg_table.h"
 #include "fatal.h"
 
@@ -205,53 +205,24 @@ int dump_set(const char* path_text, const DumpedSet& set) {
 
 // ---- INI load ----
 
-// The parser's switches for a line buffer of two million characters. They are the process's, which may use
-// the parser for files of its own, so they are put back.
-class LongLines {
-  public:
-    LongLines() {
-        ini_use_stack = false;
-        ini_allow_realloc = false;
-        ini_max_line = ini_initial_alloc = 2000000;
-    }
-    ~LongLines() {
-        ini_use_stack = use_stack_;
-        ini_allow_realloc = allow_realloc_;
-        ini_max_line = max_line_;
-        ini_initial_alloc = initial_alloc_;
-    }
-    LongLines(const LongLines&) = delete;
-    LongLines& operator=(const LongLines&) = delete;
-
-  private:
-    decltype(ini_use_stack) use_stack_ = ini_use_stack;
-    decltype(ini_allow_realloc) allow_realloc_ = ini_allow_realloc;
-    decltype(ini_max_line) max_line_ = ini_max_line;
-    decltype(ini_initial_alloc) initial_alloc_ = ini_initial_alloc;
-};
-
-// As ini_parse(), which takes a file that cannot be read to its end, or memory that cannot be had, for the
-// end: half a setting would follow, in silence. Negative: there is nothing to read.
-int parse_ini(const char* path) {
-    constexpr int kNoMemory = -2;
+// False: there is no such file, or none that can be read. Anything that comes half-way, or that the process
+// itself lacks, ends it: half a setting, or none of the one that is there, would follow in silence.
+bool load_file(const char* path) {
     FILE* const in = std::fopen(path, "r");
-    if (in == nullptr) {
-        return -1;
+    const bool opened = in != nullptr;
+    int error = errno;
+    if (opened) {
+        error = cm::parse_ini(in, ee_reg_loader, &ee_reg).error;
+        std::fclose(in);
     }
-    const LongLines long_lines;
-    const int result = ini_parse_file(in, ee_reg_loader, &ee_reg);
-    const int error = std::ferror(in) ? errno : 0;
-    std::fclose(in);
-    if (result == kNoMemory) {
+    const bool lacking = error == ENOMEM || error == EMFILE || error == ENFILE;
+    if (error == ENOMEM) {
         cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
     }
-    if (error == EISDIR) {
-        return -1;
-    }
-    if (error != 0) {
+    if (lacking || (opened && error != 0 && error != EISDIR)) {
         cm::fatal(cm::kExitFile, "Unable to read file '%s': %s\n", path, std::strerror(error));
     }
-    return result;
+    return error == 0;
 }
 
 }  // namespace
@@ -271,7 +242,7 @@ int ee_reg_loader(void* user, const char* section, const char* key, const char* 
 
 int LOAD_EE_INI(const char* path) {
     log_log(LOG_DEBUG, kSource, 47, "[LOAD] Load ee INI configurations...");
-    if (parse_ini(path) < 0) {
+    if (!load_file(path)) {
         log_log(LOG_DEBUG, kSource, 49, "Can't handle ee_reg.");
         return 1;
     }

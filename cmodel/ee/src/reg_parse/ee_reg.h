@@ -58,8 +58,8 @@ CM_API int ee_reg_sw_init(EE_REG_SW* set, const char* ins_name);
 /* Fills ee_reg from the section of the INI file that bears its name, then logs at ERROR every
  * register that no load has set since the init. Values are reduced to their field; unknown keys,
  * malformed lines and other sections are accepted. Returns 0, or 1 when there is no such file that
- * can be read (one DEBUG record; the registers stay as they are). A read error half-way, or no
- * memory, ends the program with status 1 and a message. */
+ * can be read (one DEBUG record; the registers stay as they are). A read error half-way, no memory
+ * or no free descriptor ends the program with status 1 and a message. */
 CM_API int LOAD_EE_INI(const char* path);
 
 /* The parser's handler: `user` is the EE_REG. Always returns 1. */
