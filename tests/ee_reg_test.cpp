@@ -2,9 +2,12 @@
 // are compared with a second table in program_test, loading and dumping of any bytes in the fuzz targets.
 #include "ee_reg.h"
 
+#include <sys/stat.h>
+
 #include <atomic>
 #include <map>
 #include <thread>
+#include <utility>
 
 #include "ee_reg_ini.h"
 #include "ee_reg_table.h"
@@ -17,11 +20,25 @@ using Records = std::vector<std::string>;
 
 Records records;  // "LEVEL file:line text"
 
+struct Shortage {
+    long before, failing;  // so many allocations succeed, then so many fail
+};
+Shortage shortage = {};
+
+bool fails() {
+    if (shortage.failing == 0 || shortage.before-- > 0) return false;
+    --shortage.failing;
+    errno = ENOMEM;
+    return true;
+}
+
 void note_record(log_Event* event) {
+    const Shortage kept = std::exchange(shortage, {});
     char text[512];
     std::vsnprintf(text, sizeof text, event->fmt, event->args);
     records.push_back(std::string(log_level_string(event->level)) + " " + event->file + ":" +
                       std::to_string(event->line) + " " + text);
+    shortage = kept;
 }
 
 class EeReg : public FileTest {
@@ -227,16 +244,71 @@ TEST_F(EeReg, DumpThatCannotWriteSaysSo) {
     fs::remove(work);
     fs::create_symlink("/dev/full", work);
     expect_failure(target, work);
+    ASSERT_EQ(mkfifo(work.c_str(), 0600), 0);
+    expect_failure(target, work);
+    fs::remove(work);
 
-    // A read-only target; for root, who may write anything, as another user.
+    // A target that may not be written, or not be read; for root, who may do anything, as another user.
     const bool root = geteuid() == 0;
+    const auto set_mode = [&](mode_t mode) { EXPECT_EQ(chmod(target.c_str(), mode), 0); };
     fs::permissions(".", fs::perms::all);
-    fs::permissions(target, fs::perms::owner_read | fs::perms::others_read);
+    for (const mode_t mode : {0444, 0222}) {
+        set_mode(mode);
+        ASSERT_EQ(root ? seteuid(65534) : 0, 0);
+        expect_failure(target, target);
+        ASSERT_EQ(root ? seteuid(0) : 0, 0);
+        set_mode(0666);
+        EXPECT_EQ(slurp(target.c_str()), "[ee]\nold = 1\n");
+        EXPECT_FALSE(fs::exists(work));
+    }
+    // A work file that its owner could not open again.
+    const mode_t mask = umask(0400);
     ASSERT_EQ(root ? seteuid(65534) : 0, 0);
-    expect_failure(target, target);
+    EXPECT_EQ(DUMP_EE_INI(target.c_str()), 0);
     ASSERT_EQ(root ? seteuid(0) : 0, 0);
-    EXPECT_EQ(slurp(target.c_str()), "[ee]\nold = 1\n");
-    EXPECT_FALSE(fs::exists(work));
+    umask(mask);
+    EXPECT_EQ(slurp(target.c_str()), hw_section() + "[ee_sw]\n");
 }
 
+#ifndef __SANITIZE_ADDRESS__
+// Each allocation of a dump fails in turn, alone or with all that follow.
+TEST_F(EeReg, DumpWithoutMemorySaysSo) {
+    const std::string old = "[other]\nk = 1\n[ee]\nold = 1\n", half = "[other]\nk = 1\n" + hw_section();
+    for (const long failing : {1L, 1000000L}) {
+        int failures = 0;
+        bool reached = true;
+        for (long before = 0; reached; ++before) {
+            spill("a.ini", old);
+            shortage = {before, failing};
+            const int result = DUMP_EE_INI("a.ini");
+            reached = shortage.failing != failing;
+            shortage = {};
+            const std::string after = slurp("a.ini");
+            EXPECT_FALSE(fs::exists("a.ini.temp"));
+            EXPECT_TRUE(result == 0 ? after == half + "[ee_sw]\n" : after == old || after == half) << after;
+            EXPECT_TRUE(result == 0 || records.back().find(" a.ini") != std::string::npos) << records.back();
+            failures += result != 0;
+        }
+        EXPECT_GT(failures, 20);
+    }
+}
+#endif
+
 }  // namespace
+
+#ifndef __SANITIZE_ADDRESS__
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* malloc(size_t size) {
+    return fails() ? nullptr : __libc_malloc(size);
+}
+void* calloc(size_t n, size_t size) {
+    return fails() ? nullptr : __libc_calloc(n, size);
+}
+void* realloc(void* p, size_t size) {
+    return fails() ? nullptr : __libc_realloc(p, size);
+}
+}
+#endif
