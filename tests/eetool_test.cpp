@@ -1,4 +1,5 @@
 // The companion program, run as users run it, each case in an empty directory.
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <sstream>
@@ -195,6 +196,30 @@ TEST_F(Eetool, RewritesOnlyItsOwnSection) {
     for (const char* const bad : {"reg_ee_enable=2", "reg_ee_enable=1x", "reg_ee_enable", "nothing=1"})
         EXPECT_GE(run(std::string("ini --out x.ini --set ") + bad).status, 100) << bad;
     expect(" --reset", {});
+}
+
+TEST_F(Eetool, WritesThroughLinksAndIntoPipes) {
+    const std::string text = default_ini(), other = "[other]\nkey = 1\n";
+    ASSERT_EQ(mkfifo("x.ini.temp", 0600), 0);  // of somebody else
+    spill("x.ini", other);
+    fs::permissions("x.ini", fs::perms(0640));
+    fs::create_symlink("x.ini", "symbolic.ini");
+    for (const bool linked : {false, true}) {
+        if (linked) fs::create_hard_link("x.ini", "hard.ini");
+        EXPECT_EQ(run("ini --out symbolic.ini --reset --instance 0").text, "");
+        EXPECT_EQ(fs::read_symlink("symbolic.ini"), "x.ini");
+        EXPECT_EQ(fs::status("x.ini").permissions(), fs::perms(0640));
+    }
+    EXPECT_EQ(slurp("x.ini"), slurp("hard.ini"));
+    std::string expected = other + text;
+    EXPECT_EQ(slurp("x.ini"), expected.insert(expected.find("[ee_sw0]"), "\n"));
+    EXPECT_EQ(run("ini --out /dev/stdout --instance 0 | cat").text, text);
+    EXPECT_EQ(run("ini --out x.ini.temp --instance 0 & cat x.ini.temp").text, text);
+    EXPECT_EQ(run("ini --out /dev/zero").status, 0);
+    const Result full = run("ini --out /dev/full");
+    EXPECT_EQ(full.text, "eetool: /dev/full cannot be written: No space left on device\n");
+    EXPECT_EQ(full.status, 2);
+    EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 5) << "nothing is left over";
 }
 
 // The same frame as planes and as a colour picture, through the program and through the library.
