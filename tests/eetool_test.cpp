@@ -222,6 +222,22 @@ TEST_F(Eetool, WritesThroughLinksAndIntoPipes) {
     EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 5) << "nothing is left over";
 }
 
+TEST_F(Eetool, RefusesNamesThatNoSectionCanHave) {
+    for (const char* const bad :
+         {"my-i", "a]b", "a ;b", "a\nb", "_sw0", "b\xC3\xA4", "123456789012345678901234567890"})
+        EXPECT_EQ(run("ini --out x.ini --instance '" + std::string(bad) + "'").status, 105) << bad;
+    EXPECT_FALSE(fs::exists("x.ini"));
+    const std::string good[] = {"", "NULL", "_s", "a[B_9", "12345678901234567890123456789"};
+    for (const char* const gain : {"7", "8"})
+        for (const std::string& name : good)
+            EXPECT_EQ(run("ini --out x.ini --instance '" + name + "' --set reg_ee_total_gain=" + gain).text,
+                      "");
+    INIT_EE_REG(good[3].c_str());
+    EXPECT_EQ(LOAD_EE_INI("x.ini"), 0);
+    EXPECT_EQ(ee_reg.hw.slot[reg_ee_total_gain].value, 8);
+    EXPECT_EQ(lines_of(slurp("x.ini")).size(), 4U * 195 + 7) << "each section once, blank lines between";
+}
+
 // The same frame as planes and as a colour picture, through the program and through the library.
 TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     const std::string planes = "--y y.pgm --cb cb.pgm --cr cr.pgm ";

@@ -59,6 +59,20 @@ void set_register(const std::string& assignment) {
     throw CLI::ValidationError("--set", assignment + ": there is no such register");
 }
 
+// What the loader and the dump both take for the name of a section: the dump would not find another one
+// again, and would put [eeNAME] in the place of [ee_swNAME].
+void check_instance(const std::string& name) {
+    constexpr size_t kLongest = 29;
+    constexpr const char* kCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_[";
+    if (name.size() > kLongest || name.starts_with("_sw") ||
+        name.find_first_not_of(kCharacters) != std::string::npos) {
+        throw CLI::ValidationError("--instance", name +
+                                                     ": no section can have this name; one of at most 29 "
+                                                     "letters, digits, _ and [ works, unless it begins "
+                                                     "with _sw");
+    }
+}
+
 void set_registers(const Options& o) {
     for (const std::string& assignment : o.set) {
         set_register(assignment);
@@ -252,6 +266,7 @@ int write_stream(const Options& o) {
 }
 
 int write_ini(const Options& o) {
+    check_instance(o.instance);
     struct stat info;
     if (stat(o.out.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
         return write_stream(o);
