@@ -267,6 +267,15 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     // The picture is grey, so colour conversion there and back leaves luma alone.
     EXPECT_EQ(samples_of(*read("b.pgm")), samples_of(*read("c.pgm")));
 
+    // A directory's name that leaves the images' names whole, and one that is a character longer.
+    std::string directory = ".";
+    while (directory.size() < 993) directory += "/.";
+    const auto files = [] { return std::distance(fs::directory_iterator("."), {}); };
+    const auto before = files();
+    EXPECT_EQ(run(classic + planes + "--out c.pgm --debug-dir " + directory).status, 0);
+    EXPECT_EQ(files(), before) << "images of the same names as in \".\"";
+    EXPECT_EQ(run(classic + planes + "--out d.pgm --debug-dir " + directory + "/").status, 105);
+
     EXPECT_GE(run("classic --y y.pgm --out d.pgm").status, 100);
     EXPECT_GE(run("classic --rgb rgb.ppm --y y.pgm --out d.pgm").status, 100);
     EXPECT_NE(run("classic --ini absent.ini --rgb rgb.ppm --out d.pgm").text.find("absent.ini"),
