@@ -196,6 +196,13 @@ TEST_F(Eetool, RewritesOnlyItsOwnSection) {
     for (const char* const bad : {"reg_ee_enable=2", "reg_ee_enable=1x", "reg_ee_enable", "nothing=1"})
         EXPECT_GE(run(std::string("ini --out x.ini --set ") + bad).status, 100) << bad;
     expect(" --reset", {});
+
+    // A header that a rewrite would not see.
+    const std::string hidden = "[ee0]\nreg_ee_total_gain = 7\n[my-section]\nkey = 1\n[tail]\n";
+    spill("x.ini", hidden);
+    EXPECT_EQ(run("ini --out x.ini --instance 0").status, 2);
+    EXPECT_EQ(slurp("x.ini"), hidden);
+    EXPECT_EQ(run("ini --out x.ini --instance 1").status, 0);
 }
 
 TEST_F(Eetool, WritesThroughLinksAndIntoPipes) {

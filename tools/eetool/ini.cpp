@@ -175,9 +175,11 @@ class WorkFile {
         return fd_ >= 0 && fchmod(fd_, 0600) == 0 && write_all(fd_, text) && DUMP_EE_INI(path_.c_str()) == 0;
     }
 
+    bool read(std::string& text) const { return read_all(fd_, text); }
+
     // Takes the target's place. One that has several links, or an owner or an access list that cannot be
     // given away, is overwritten instead.
-    bool replace(int old) {
+    bool replace(int old, const std::string& text) {
         struct stat info;
         if (fstat(old, &info) != 0) {
             return false;
@@ -185,7 +187,7 @@ class WorkFile {
         if (info.st_nlink != 1 || !names_file(target_, info) ||
             fgetxattr(old, "system.posix_acl_access", nullptr, 0) > 0 ||
             fchown(fd_, info.st_uid, info.st_gid) != 0) {
-            return overwrite(old, info.st_size);
+            return overwrite(old, info.st_size, text);
         }
         if (fchmod(fd_, info.st_mode & 07777) != 0 || fsync(fd_) != 0 ||
             rename(path_.c_str(), target_.c_str()) != 0) {
@@ -211,11 +213,7 @@ class WorkFile {
 
   private:
     // The room is there before the first byte is written.
-    bool overwrite(int old, off_t old_size) {
-        std::string text;
-        if (!read_all(fd_, text)) {
-            return false;
-        }
+    bool overwrite(int old, off_t old_size, const std::string& text) {
         const off_t size = static_cast<off_t>(text.size());
         const int lacking = posix_fallocate(old, 0, size);
         if (lacking != 0) {
@@ -236,7 +234,7 @@ class WorkFile {
     const std::string target_;
     std::string path_;
     const Descriptor fd_;
-    bool is_ours_;  // what has its name, which goes with this
+    bool is_ours_;  // the name still is, and goes with this
 };
 
 // What a file gives to a run.
@@ -249,6 +247,30 @@ bool load(int fd) {
     std::fclose(in);
     errno = error;
     return error == 0;
+}
+
+// The settings of other sections, as the parser finds them. The dump may take their header for a line of
+// ours.
+std::string foreign_settings(const std::string& text) {
+    std::string found;
+    const auto append = [](void* user, const char* section, const char* key, const char* value) {
+        if (std::strcmp(section, ee_reg.hw.name) != 0 && std::strcmp(section, ee_reg.sw.name) != 0) {
+            for (const char* const part : {section, key, value}) {
+                static_cast<std::string*>(user)->append(part) += '\n';
+            }
+        }
+        return 1;
+    };
+    cm::parse_ini(text, append, &found);
+    return found;
+}
+
+int report_loss(const std::string& path) {
+    std::fprintf(stderr,
+                 "eetool: %s is left alone: a section right after [%s] or [%s] has other characters than "
+                 "letters, digits, _ and [ in its name and would go with it; it can stand before them\n",
+                 path.c_str(), ee_reg.hw.name, ee_reg.sw.name);
+    return kCannot;
 }
 
 // A device or a pipe, which has nothing to be kept.
@@ -287,10 +309,14 @@ int write_ini(const Options& o) {
         }
         set_registers(o);
         WorkFile work(o.out);
-        if (!work.write(std::move(text))) {
+        std::string new_text;
+        if (!work.write(text) || !work.read(new_text)) {
             return report_cannot("written", o.out);
         }
-        if (exists ? work.replace(old) : work.create()) {
+        if (foreign_settings(new_text) != foreign_settings(text)) {
+            return report_loss(o.out);
+        }
+        if (exists ? work.replace(old, new_text) : work.create()) {
             return kOk;
         }
         if (exists || errno != EEXIST) {
