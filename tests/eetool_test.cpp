@@ -1,4 +1,5 @@
 // The companion program, run as users run it, each case in an empty directory.
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <sstream>
@@ -168,6 +169,15 @@ TEST_F(Eetool, FindsNothingElse) {
                         "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
                         "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"}),
          well},
+        // Long lines, whole as a run reads them.
+        {"; " + std::string(200, 'c') + "\n" +
+             default_ini({"reg_ee_total_gain =" + std::string(300, ' ') + "40",
+                          "reg_ee_total_coring = 9 ; " + std::string(174, 'x') + "reg_ee_total_coring = 64"}),
+         well},
+        // Only at the start of a file is a byte-order mark one. What follows a NUL is not read.
+        {default_ini({"reg_ee_total_gain = 40\n\xEF\xBB\xBF[ee0]"}) + std::string("; a\0b\n[ee\n", 10),
+         "x.ini:20: this is no section, key or comment and is ignored: \xEF\xBB\xBF[ee0]\n"
+         "x.ini:198: this is no section, key or comment and is ignored: [ee\n"},
         {with_slope("7"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 7" + segment},
         {with_slope("8"), well},
         {with_slope("9"), well},
@@ -213,6 +223,46 @@ TEST_F(Eetool, RewritesOnlyItsOwnSection) {
     for (const char* const bad : {"reg_ee_enable=2", "reg_ee_enable=1x", "reg_ee_enable", "nothing=1"})
         EXPECT_GE(run(std::string("ini --out x.ini --set ") + bad).status, 100) << bad;
     expect(" --reset", {});
+
+    // A header that a rewrite would not see.
+    const std::string hidden = "[ee0]\nreg_ee_total_gain = 7\n[my-section]\nkey = 1\n[tail]\n";
+    spill("x.ini", hidden);
+    EXPECT_EQ(run("ini --out x.ini --instance 0").status, 2);
+    EXPECT_EQ(slurp("x.ini"), hidden);
+    EXPECT_EQ(run("ini --out x.ini --instance 1").status, 0);
+}
+
+TEST_F(Eetool, WritesThroughLinksAndIntoPipes) {
+    const std::string text = default_ini(), other = "[other]\nkey = 1\n";
+    ASSERT_EQ(mkfifo("x.ini.temp", 0600), 0);  // of somebody else
+    spill("x.ini", other);
+    fs::permissions("x.ini", fs::perms(0640));
+    fs::create_symlink("x.ini", "symbolic.ini");
+    EXPECT_EQ(run("ini --out symbolic.ini --instance 1").text, "");
+    fs::create_hard_link("x.ini", "hard.ini");
+    EXPECT_EQ(run("ini --out symbolic.ini --instance 0").text, "");
+    EXPECT_TRUE(fs::equivalent("x.ini", "hard.ini") && fs::is_symlink("symbolic.ini"));
+    EXPECT_EQ(fs::status("x.ini").permissions(), fs::perms(0640));
+    const std::string after = slurp("x.ini");
+    EXPECT_TRUE(after.starts_with(other + "[ee1]\n") && after.ends_with("[ee_sw1]\n" + text)) << after;
+    EXPECT_EQ(run("ini --out /dev/stdout --instance 0 | cat").text, text);
+    EXPECT_EQ(run("ini --out x.ini.temp --instance 0 & cat x.ini.temp").text, text);
+    EXPECT_EQ(run("ini --out /dev/zero").status, 0);
+    EXPECT_EQ(run("ini --out /dev/full").text,
+              "eetool: /dev/full cannot be written: No space left on device\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 5) << "nothing is left over";
+}
+
+TEST_F(Eetool, RefusesNamesThatNoSectionCanHave) {
+    for (const char* const bad :
+         {"my-i", "a]b", "a ;b", "a\nb", "_sw0", "b\xC3\xA4", "123456789012345678901234567890"})
+        EXPECT_EQ(run("ini --out x.ini --instance '" + std::string(bad) + "'").status, 105) << bad;
+    EXPECT_FALSE(fs::exists("x.ini"));
+    for (const std::string set : {" --set reg_ee_total_gain=7", ""})  // the second time they are loaded
+        for (const std::string name : {"''", "NULL", "_s", "a[B_9", "12345678901234567890123456789"})
+            EXPECT_EQ(run("ini --out x.ini --instance " + name + set).text, "");
+    const Lines said = lines_of(slurp("x.ini"));
+    EXPECT_EQ(std::count(said.begin(), said.end(), "reg_ee_total_gain = 7"), 4) << "'' and NULL are one";
 }
 
 // The same frame as planes and as a colour picture, through the program and through the library.
@@ -243,6 +293,15 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     EXPECT_NE(samples_of(*read("a.pgm")), samples_of(*read("ynr.pgm")));
     // The picture is grey, so colour conversion there and back leaves luma alone.
     EXPECT_EQ(samples_of(*read("b.pgm")), samples_of(*read("c.pgm")));
+
+    // A directory's name that leaves the images' names whole, and one that is a character longer.
+    std::string directory = ".";
+    while (directory.size() < 993) directory += "/.";
+    const auto files = [] { return std::distance(fs::directory_iterator("."), {}); };
+    const auto before = files();
+    EXPECT_EQ(run(classic + planes + "--out c.pgm --debug-dir " + directory).status, 0);
+    EXPECT_EQ(files(), before) << "images of the same names as in \".\"";
+    EXPECT_EQ(run(classic + planes + "--out d.pgm --debug-dir " + directory + "/").status, 105);
 
     EXPECT_GE(run("classic --y y.pgm --out d.pgm").status, 100);
     spill("deep.pgm", "P5\n321 260\n65535\n" + std::string(2 * 321 * 260, 'n'));

@@ -466,14 +466,47 @@ OLD_INI = b"; mine\n[other]\nkey = 1\n" + b"; line\n" * 3000 + b"[ee0]\nreg_ee_t
 
 
 def dump_ini(place, prefix=(), **more):
-    """The status of an INI dump onto a file, of which the old text or the new must be left."""
+    """The status of an INI dump onto a file, which has the old text or, with status 0, the new one after it."""
     result = run([*prefix, program("eetool"), "ini", "--out", f"{place}/setting.ini", "--instance", "0", "--set",
                   "reg_ee_total_gain=78"], **more)
-    left = [read(f"{place}/{name}") for name in os.listdir(place) if name.startswith("setting.ini")]
-    foreign = OLD_INI[:OLD_INI.index(b"[ee0]")]
-    need(any(text.startswith(foreign) and b"total_gain = 7" in text for text in left), "the text is lost")
+    left = read(f"{place}/setting.ini")
+    new = left.startswith(OLD_INI[:OLD_INI.index(b"[ee0]")]) and left.endswith(b"[ee_sw0]\n") and b"gain = 78" in left
+    need(new if result.returncode == 0 else left == OLD_INI or new and result.returncode < 0, "the text is lost")
     need(result.returncode <= 0 or result.stderr, "no message")
+    others = set(os.listdir(place)) - {"setting.ini", "filler"}
+    need(result.returncode < 0 or not any(name.startswith(("setting", ".")) for name in others), f"{others} is left over")
     return result.returncode
+
+
+@case("INI: eight writers of one file, read all the while")
+def _():
+    place = tempfile.mkdtemp(dir=BASE)
+    path = f"{place}/setting.ini"
+    for _ in range(200 if args.long else 8):
+        remove(path)
+        writers = [spawn([program("eetool"), "ini", "--out", path, "--instance", f"{i}", "--set",
+                          f"reg_ee_total_gain={i}"]) for i in range(8)]
+        while any(p.poll() is None for p in writers):
+            with contextlib.suppress(FileNotFoundError):
+                text = read(path)
+                need(text and text.count(b"\n") == 195 * text.count(b"[ee_sw"), "a reader saw a part of the file")
+        need(all(finish(p).returncode == 0 for p in writers), "a writer failed")
+        gains = re.findall(rb"\[ee(\d)\]\n(?:.*\n){1,99}?reg_ee_total_gain = (\d)\n", read(path))
+        need(sorted(gains) == [(b"%d" % i, b"%d" % i) for i in range(8)], f"{len(gains)} sections are left")
+        need(os.listdir(place) == ["setting.ini"], "something is left over")
+
+
+@case("INI: no permission")
+def _():
+    place = tempfile.mkdtemp(dir=BASE)
+    path = write(f"{place}/setting.ini", OLD_INI)
+    prefix = bound_by_permissions(path)
+    for mode, status in (0o200, 2), (0o400, 2), (0o600, 0):
+        os.chmod(path, mode)
+        result = run([*prefix, "sh", "-c", 'umask 0400; exec "$0" ini --out "$1"', program("eetool"), path])
+        need(result.returncode == status and os.stat(path).st_mode & 0o777 == mode, f"{mode:o}: {result}")
+        os.chmod(path, 0o600)
+        need(read(path).startswith(OLD_INI) and (status == 0 or read(path) == OLD_INI), f"{mode:o}: the text is lost")
 
 
 @case("full disk: INI dump on a tmpfs that fills")
@@ -623,17 +656,20 @@ def _():
     need(half_way, "none was killed half-way")
 
 
-@case("killed: an INI dump at each of its system calls")
+@case("system calls: each of an INI dump fails in turn, or is the last before SIGKILL")
 def _():
     place = tempfile.mkdtemp(dir=BASE)
-    for call in ("openat", "read", "write", "close", "unlink"):
-        for when in range(1, 1000):
-            for name in os.listdir(place):
-                os.unlink(f"{place}/{name}")
-            write(f"{place}/setting.ini", OLD_INI)
-            if dump_ini(place, tracing("-e", f"trace={call}", "-e", f"inject={call}:signal=KILL:when={when}")) == 0:
-                break
-        need(1 < when < 999, f"{call}: {when}")
+    for call in ("openat", "read", "write", "pread64", "pwrite64", "close", "ftruncate", "fsync", "rename"):
+        for fault in ("error=EIO", "signal=KILL"):
+            for when in range(1, 1000):
+                for name in os.listdir(place):
+                    os.unlink(f"{place}/{name}")
+                write(f"{place}/setting.ini", OLD_INI)
+                trace = f"{BASE}/trace"
+                dump_ini(place, tracing("-o", trace, "-e", f"trace={call}", "-e", f"inject={call}:{fault}:when={when}"))
+                if b"INJECTED" not in read(trace) and b"killed by" not in read(trace):
+                    break  # it makes fewer such calls
+            need(1 < when < 999, f"{call}: {when}")
 
 
 # ---- Every system call ------------------------------------------------------------------------------------

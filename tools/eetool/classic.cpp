@@ -33,6 +33,9 @@ Frame require_depth(FRAME* image, const std::string& path) {
     return frame;
 }
 
+// What the blocks cut is the path of an image, this one's first.
+constexpr size_t kLongestDirectory = sizeof dbg_path - sizeof "/dbg_adptgain_chromawgt_8b.ppm";
+
 Frame read_plane(const std::string& path) {
     return require_depth(CM_ReadPPM5(path.c_str(), kFileType), path);
 }
@@ -50,6 +53,15 @@ int run(const Options& o) {
     if (o.rgb.empty() && (o.y.empty() || o.cb.empty() || o.cr.empty())) {
         throw CLI::RequiredError("--y, --cb and --cr, or --rgb,");
     }
+    if (!o.debug_dir.empty()) {
+        if (o.debug_dir.size() > kLongestDirectory) {
+            throw CLI::ValidationError("--debug-dir",
+                                       "the path is too long: image names would be cut, which " +
+                                           std::to_string(kLongestDirectory) + " characters leave whole");
+        }
+        std::snprintf(dbg_path, sizeof dbg_path, "%s", o.debug_dir.c_str());
+        dump_dbg_img = 1;
+    }
     FILE* log = nullptr;
     if (!o.log.empty()) {
         log = std::fopen(o.log.c_str(), "a");
@@ -57,12 +69,6 @@ int run(const Options& o) {
             return report_cannot("written", o.log);
         }
         log_add_fp(log, o.log_level);
-    }
-    if (!o.debug_dir.empty()) {
-        if (std::snprintf(dbg_path, sizeof dbg_path, "%s", o.debug_dir.c_str()) >= int{sizeof dbg_path}) {
-            throw CLI::ValidationError("--debug-dir", "the path is too long");
-        }
-        dump_dbg_img = 1;
     }
 
     INIT_EE_REG(o.instance.c_str());

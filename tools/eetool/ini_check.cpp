@@ -3,8 +3,6 @@
 // The parser itself splits the file and the register block itself stores the values, so both are what a
 // run would see. Lines are told apart by what the parser does with them: it is given one line at a time,
 // and it calls back while that line is the current one.
-#include <ini.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -16,7 +14,9 @@
 
 #include "commands.h"
 #include "ee_no_effect.h"
+#include "ee_reg_ini.h"
 #include "ee_reg_table.h"
+#include "fatal.h"
 
 namespace eetool {
 namespace {
@@ -81,9 +81,14 @@ std::string suggest_key(const std::string& key) {
         return "";
     }
     const char* nearest = nullptr;
+    const std::string folded = fold_case(key);
     size_t least = key.size() / 3 + 1;
     for (const cm::RegRow& row : cm::kRegTable) {
-        const size_t distance = edit_distance(fold_case(key), row.key);
+        const std::string known = row.key;
+        if (std::max(known.size(), key.size()) - std::min(known.size(), key.size()) >= least) {
+            continue;  // so many insertions or deletions alone
+        }
+        const size_t distance = edit_distance(folded, known);
         if (distance < least) {
             least = distance;
             nearest = row.key;
@@ -109,11 +114,12 @@ class Checker {
   public:
     explicit Checker(const std::string& instance) { ee_reg_hw_init(&set_, instance.c_str()); }
 
-    // False when the file cannot be read to its end.
+    // False when the file cannot be read to its end; errno says why.
     bool read(FILE* file) {
         file_ = file;
-        const int result = ini_parse_stream(read_line, this, take_key, this);
-        return result >= 0 && std::ferror(file) == 0;
+        const cm::IniResult result = cm::parse_ini(read_line, this, take_key, this);
+        errno = result.error != 0 ? result.error : error_;
+        return errno == 0;
     }
 
     const std::vector<Finding>& finish(bool complete) {
@@ -142,6 +148,7 @@ class Checker {
                                         {reg_ee_motion_lut_in_0, true}};
     static constexpr int kKnots = 4;
     static constexpr int kUnitWeight = 128;
+    static constexpr int kMaxSuggestions = 1000;  // each compares a key with all registers
 
     struct Section {
         std::string name;
@@ -154,14 +161,22 @@ class Checker {
 
     // ---- Lines ----
 
-    // The parser's reader: the line before is done with.
+    // The parser's reader, which takes what fgets() would, so that lines with a NUL are counted as well. The
+    // line before is done with.
     static char* read_line(char* buffer, int size, void* user) {
         Checker& self = *static_cast<Checker*>(user);
         self.finish_line();
-        if (std::fgets(buffer, size, self.file_) == nullptr) {
+        int length = 0;
+        for (int c = '\0'; c != '\n' && length + 1 < size && (c = getc_unlocked(self.file_)) != EOF;) {
+            buffer[length++] = static_cast<char>(c);
+        }
+        self.error_ = std::ferror(self.file_) != 0 ? errno : 0;
+        if (length == 0 || self.error_ != 0) {
             return nullptr;
         }
-        self.line_ += self.text_.empty() || self.text_.back() == '\n' ? 1 : 0;
+        buffer[length] = '\0';
+        self.line_ += self.line_ended_ ? 1 : 0;
+        self.line_ended_ = buffer[length - 1] == '\n';
         self.text_ = buffer;
         self.has_key_ = false;
         return buffer;
@@ -169,7 +184,7 @@ class Checker {
 
     // A line that gave no key: blank, a comment, a section header or malformed.
     void finish_line() {
-        const std::string section = line_ == 0 || has_key_ ? "" : parse_header(text_);
+        const std::string section = line_ == 0 || has_key_ ? "" : parse_header(text_, line_ == 1);
         if (section == kMalformed) {
             add(line_, format("this is no section, key or comment and is ignored: %.60s",
                               text_.substr(0, text_.find_last_not_of("\r\n") + 1).c_str()));
@@ -183,15 +198,20 @@ class Checker {
         }
     }
 
-    // Asks the parser what it takes a line for: the section that it opens, none, or kMalformed.
-    static std::string parse_header(const std::string& line) {
+    // Asks the parser what it takes a line for: the section that it opens, none, or kMalformed. Only the
+    // first line of a file may begin with a byte-order mark.
+    static std::string parse_header(const std::string& line, bool is_first) {
         std::string section;
         const auto take_section = [](void* user, const char* name, const char*, const char*) {
             *static_cast<std::string*>(user) = name;
             return 1;
         };
-        const int bad_line = ini_parse_string((line + "\nx=\n").c_str(), take_section, &section);
-        return bad_line != 0 ? kMalformed : section;
+        const std::string text = (is_first ? "" : "\n") + line + "\nx=\n";
+        const cm::IniResult result = cm::parse_ini(text, take_section, &section);
+        if (result.error != 0) {
+            cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
+        }
+        return result.bad_line != 0 ? kMalformed : section;
     }
 
     // ---- Keys ----
@@ -215,7 +235,8 @@ class Checker {
             return;
         }
         if (slot < 0) {
-            add(line_, format("there is no register %s%s", key.c_str(), suggest_key(key).c_str()));
+            const std::string suggestion = suggestions_++ < kMaxSuggestions ? suggest_key(key) : "";
+            add(line_, format("there is no register %s%s", key.c_str(), suggestion.c_str()));
             return;
         }
         ee_reg_hw_load(&set_, section, key.c_str(), value.c_str());
@@ -369,6 +390,9 @@ class Checker {
     std::string section_;  // that it stands in
     std::string last_key_;
     int line_ = 0;
+    bool line_ended_ = true;  // longer lines than the parser takes come in parts
+    int error_ = 0;
+    int suggestions_ = 0;
     int section_end_ = 0;  // last line of the registers' section
     int unset_ = 0;        // registers that the section lacks
     bool has_key_ = false;
@@ -380,19 +404,13 @@ class Checker {
 }  // namespace
 
 int check_ini(const std::string& path, const std::string& instance, bool complete) {
-    // A plain load first: it says whether the file can be read, and sets the parser up for long lines.
-    INIT_EE_REG(instance.c_str());
-    if (LOAD_EE_INI(path.c_str()) != 0) {
-        return report_cannot("read", path);
-    }
     FILE* const file = std::fopen(path.c_str(), "r");
-    if (file == nullptr) {
-        return report_cannot("read", path);
-    }
     Checker checker(instance);
-    const bool ok = checker.read(file);
+    const bool ok = file != nullptr && checker.read(file);
     const int error = errno;
-    std::fclose(file);
+    if (file != nullptr) {
+        std::fclose(file);
+    }
     if (!ok) {
         errno = error;
         return report_cannot("read", path);

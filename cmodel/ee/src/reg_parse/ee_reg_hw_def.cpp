@@ -1,6 +1,10 @@
 // Operations on the hardware register set; each walks the table once, in slot order.
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
+#include <string_view>
 
 #include "ee_reg_name.h"
 #include "ee_reg_table.h"
@@ -14,18 +18,21 @@ int32_t parse_value(const char* text) {
     return static_cast<int32_t>(std::strtol(text, nullptr, 10));
 }
 
-// Slot of a key, or -1. Files mostly list the keys in slot order, so the search starts after the last
-// find; keys are unique, so where it starts makes no difference to what it finds.
+// Slots in the order of their keys.
+constexpr auto kSlotsByKey = [] {
+    std::array<int, EE_REG_COUNT> slots{};
+    std::iota(slots.begin(), slots.end(), 0);
+    std::sort(slots.begin(), slots.end(),
+              [](int a, int b) { return std::string_view(cm::kRegTable[a].key) < cm::kRegTable[b].key; });
+    return slots;
+}();
+
+// Slot of a key, or -1. Keeps nothing between calls: threads may load sets of their own.
 int find_slot(const char* key) {
-    static int next = 0;
-    for (int n = 0; n < EE_REG_COUNT; ++n) {
-        const int slot = (next + n) % EE_REG_COUNT;
-        if (std::strcmp(cm::kRegTable[slot].key, key) == 0) {
-            next = slot + 1;
-            return slot;
-        }
-    }
-    return -1;
+    const auto found =
+        std::lower_bound(kSlotsByKey.begin(), kSlotsByKey.end(), key,
+                         [](int slot, const char* k) { return std::strcmp(cm::kRegTable[slot].key, k) < 0; });
+    return found != kSlotsByKey.end() && std::strcmp(cm::kRegTable[*found].key, key) == 0 ? *found : -1;
 }
 
 // What print and dump show: the register's own bits, sign-extended if it is signed.
