@@ -157,11 +157,12 @@ class WorkFile {
         : target_(follow_links(target)),
           path_(std::filesystem::path(target_).replace_filename(".eetool.XXXXXX")),
           fd_(mkstemp(path_.data())),
+          dump_path_(path_ + ".temp"),
           is_ours_(fd_ >= 0) {}
     ~WorkFile() {
         if (is_ours_) {
             unlink(path_.c_str());
-            unlink((path_ + ".temp").c_str());  // of a dump that failed
+            unlink(dump_path_.c_str());
         }
     }
     WorkFile(const WorkFile&) = delete;
@@ -234,7 +235,8 @@ class WorkFile {
     const std::string target_;
     std::string path_;
     const Descriptor fd_;
-    bool is_ours_;  // the name still is, and goes with this
+    const std::string dump_path_;  // is left over where a dump fails
+    bool is_ours_;                 // the name still is, and goes with this
 };
 
 // What a file gives to a run.
@@ -249,10 +251,9 @@ bool load(int fd) {
     return error == 0;
 }
 
-// The settings of other sections, as the parser finds them. The dump may take their header for a line of
-// ours.
-std::string foreign_settings(const std::string& text) {
-    std::string found;
+// Appends the settings of other sections, as the parser finds them. The dump may take their header for a
+// line of ours.
+bool find_foreign(const std::string& text, std::string& found) {
     const auto append = [](void* user, const char* section, const char* key, const char* value) {
         if (std::strcmp(section, ee_reg.hw.name) != 0 && std::strcmp(section, ee_reg.sw.name) != 0) {
             for (const char* const part : {section, key, value}) {
@@ -261,8 +262,8 @@ std::string foreign_settings(const std::string& text) {
         }
         return 1;
     };
-    cm::parse_ini(text, append, &found);
-    return found;
+    errno = cm::parse_ini(text, append, &found).error;
+    return errno == 0;
 }
 
 int report_loss(const std::string& path) {
@@ -309,11 +310,12 @@ int write_ini(const Options& o) {
         }
         set_registers(o);
         WorkFile work(o.out);
-        std::string new_text;
-        if (!work.write(text) || !work.read(new_text)) {
+        std::string new_text, foreign, new_foreign;
+        if (!work.write(text) || !work.read(new_text) || !find_foreign(text, foreign) ||
+            !find_foreign(new_text, new_foreign)) {
             return report_cannot("written", o.out);
         }
-        if (foreign_settings(new_text) != foreign_settings(text)) {
+        if (new_foreign != foreign) {
             return report_loss(o.out);
         }
         if (exists ? work.replace(old, new_text) : work.create()) {
