@@ -171,11 +171,11 @@ TEST_F(Eetool, FindsNothingElse) {
          well},
         // Long lines, whole as a run reads them.
         {"; " + std::string(200, 'c') + "\n" +
-             default_ini({"reg_ee_total_gain =" + std::string(300, ' ') + "40",
-                          "reg_ee_total_coring = 9 ; " + std::string(174, 'x') + "reg_ee_total_coring = 64"}),
+             plain_ini({"reg_ee_total_gain =" + std::string(300, ' ') + "40",
+                        "reg_ee_total_coring = 9 ; " + std::string(174, 'x') + "reg_ee_total_coring = 64"}),
          well},
         // Only at the start of a file is a byte-order mark one. What follows a NUL is not read.
-        {default_ini({"reg_ee_total_gain = 40\n\xEF\xBB\xBF[ee0]"}) + std::string("; a\0b\n[ee\n", 10),
+        {plain_ini({"reg_ee_total_gain = 40\n\xEF\xBB\xBF[ee0]"}) + std::string("; a\0b\n[ee\n", 10),
          "x.ini:20: this is no section, key or comment and is ignored: \xEF\xBB\xBF[ee0]\n"
          "x.ini:198: this is no section, key or comment and is ignored: [ee\n"},
         {with_slope("7"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 7" + segment},

@@ -854,6 +854,13 @@ Outcome run_program(const std::vector<std::string>& args) {
             cb = take_channel(ycc, 1);
             cr = take_channel(ycc, 2);
         }
+        const size_t whole = m.reg("ee_texture_mode") == 1 ? 990 : 993, length = args[6].size();
+        if (enable && m.dump && length > whole)
+            m.log.push_back(
+                {3, "pre_ee_main", 144,
+                 format("the debug directory's path has %zu characters: paths of debug images are cut "
+                        "at 1023, and images may replace each other; up to %zu leave them whole",
+                        length, whole)});
         const Plane out = m.pre_ee_hw(y, cb, cr, ynr, mmap, &fusion);
         m.files[args[13]] = image_bytes(out, false);
     } catch (const Exit& e) {

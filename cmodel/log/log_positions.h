@@ -65,6 +65,7 @@ inline constexpr LogPosition kBlockEnable{"pre_ee_main", 94};
 inline constexpr LogPosition kTextureInRgb{"pre_ee_main", 102};
 inline constexpr LogPosition kPlaneDepth{"pre_ee_main", 126};
 inline constexpr LogPosition kChromaSize{"pre_ee_main", 131};
+inline constexpr LogPosition kImageNames{"pre_ee_main", 144};
 
 }  // namespace at
 }  // namespace cm

@@ -110,7 +110,7 @@ void warn_about_image_names(char** argv) {
     const size_t fitting = sizeof dbg_path - 1 - std::strlen("/") - std::strlen(longest);
     const size_t length = std::strlen(argv[kDbgPath]);
     if (dump_dbg_img != 0 && length > fitting) {
-        log_log(LOG_WARN, kSource, __LINE__,
+        log_log(LOG_WARN, cm::at::kImageNames.source, cm::at::kImageNames.line,
                 "the debug directory's path has %zu characters: paths of debug images are cut at %zu, and "
                 "images may replace each other; up to %zu leave them whole",
                 length, sizeof dbg_path - 1, fitting);
@@ -135,8 +135,8 @@ void write_copy(const cm::RowSource& luma, char** argv) {
 }
 
 void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, char** argv) {
-    cm::check_pre_ee_planes(planes);
     warn_about_image_names(argv);
+    cm::check_pre_ee_planes(planes);
     const size_t width = static_cast<size_t>(planes.luma.width());
     const size_t height = static_cast<size_t>(planes.luma.height());
     const cm::Bytes packed = memory.take(width * height);
