@@ -1,5 +1,5 @@
-# What `cmake --install` puts in place: headers, both libraries with their CMake package and pkg-config file, and
-# the programs. Nothing in it names the prefix, so the tree can be moved.
+# What `cmake --install` puts in place: headers, both libraries with their CMake package and pkg-config file, the
+# programs, and settings to start from. Nothing in it names the prefix, so the tree can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -29,11 +29,20 @@ if(TARGET eetool)
     install(TARGETS eetool)
 endif()
 
+install(DIRECTORY settings DESTINATION ${CMAKE_INSTALL_DATADIR}/cmodel)
+
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cmodel)
 install(EXPORT cmodel NAMESPACE cmodel:: FILE cmodel-config.cmake DESTINATION ${package_dir})
 write_basic_package_version_file(cmodel-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmodel-config-version.cmake DESTINATION ${package_dir})
 
 file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/cmodel.pc.in cmodel.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmodel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(pc cmodel cmodel-libdir)
+    configure_file(cmake/${pc}.pc.in ${pc}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
+# The static library, where no shared one is in the linker's way.
+set(static_link ${CMAKE_CURRENT_BINARY_DIR}/static_link)
+file(MAKE_DIRECTORY ${static_link})
+file(CREATE_LINK ../libcmodel.a ${static_link}/libcmodel.a SYMBOLIC)
+install(FILES ${static_link}/libcmodel.a DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmodel)

@@ -2,10 +2,14 @@
 // are compared with a second table in program_test, loading and dumping of any bytes in the fuzz targets.
 #include "ee_reg.h"
 
-#include <ini.h>
+#include <sys/stat.h>
 
+#include <atomic>
 #include <map>
+#include <thread>
+#include <utility>
 
+#include "ee_reg_ini.h"
 #include "ee_reg_table.h"
 #include "test_frames.h"
 
@@ -16,11 +20,25 @@ using Records = std::vector<std::string>;
 
 Records records;  // "LEVEL file:line text"
 
+struct Shortage {
+    long before, failing;  // so many allocations succeed, then so many fail
+};
+Shortage shortage = {};
+
+[[maybe_unused]] bool fails() {
+    if (shortage.failing == 0 || shortage.before-- > 0) return false;
+    --shortage.failing;
+    errno = ENOMEM;
+    return true;
+}
+
 void note_record(log_Event* event) {
+    const Shortage kept = std::exchange(shortage, {});
     char text[512];
     std::vsnprintf(text, sizeof text, event->fmt, event->args);
     records.push_back(std::string(log_level_string(event->level)) + " " + event->file + ":" +
                       std::to_string(event->line) + " " + text);
+    shortage = kept;
 }
 
 class EeReg : public FileTest {
@@ -98,6 +116,17 @@ TEST_F(EeReg, PrintShowsFieldsOfWhatACallerStored) {
     EXPECT_EQ(records[191], "DEBUG ee_reg_hw_def:211 ee.hw.reg_ee_motion_lut_slope_2 = -2");
 }
 
+// As at program start: all bytes 0, the sets have no name, so a load takes what stands under no header.
+TEST_F(EeReg, WorksBeforeTheInit) {
+    ee_reg = {};
+    load("reg_ee_total_gain = 7\n");
+    records.clear();
+    PRINT_EE_REG();
+    EXPECT_EQ(records.at(19), "DEBUG ee_reg_hw_def:39 .hw.reg_ee_total_gain = 7");
+    EXPECT_EQ(DUMP_EE_HW_INI("b.ini"), 0);
+    EXPECT_EQ(slurp("b.ini"), hw_section().erase(1, 2));
+}
+
 TEST_F(EeReg, LoadReadsEveryStyle) {
     const std::string gain = "reg_ee_total_gain=";
     const struct {
@@ -118,11 +147,35 @@ TEST_F(EeReg, LoadReadsEveryStyle) {
         SCOPED_TRACE(row.text.substr(0, 200));
         init(nullptr);
         load(row.text);
+        EE_REG other;
+        ee_reg_hw_init(&other.hw, nullptr);
+        EXPECT_EQ(cm::parse_ini(row.text, ee_reg_loader, &other).error, 0);
         std::map<int, int> set;
+        for (int slot = 0; slot < EE_REG_COUNT; ++slot)
+            EXPECT_EQ(other.hw.slot[slot].value, ee_reg.hw.slot[slot].value) << "from memory";
         for (int slot = 0; slot < EE_REG_COUNT; ++slot)
             if (ee_reg.hw.slot[slot].is_set != 0) set[slot] = cm::reg_value(slot);
         EXPECT_EQ(set, row.set);
     }
+}
+
+TEST_F(EeReg, ThreadsLoadSetsOfTheirOwn) {
+    const std::string text =
+        "[ee]\nreg_ee_total_gain =" + std::string(300, ' ') + "40\nreg_ee_total_coring = 9";
+    std::atomic<int> wrong = 0;
+    const auto load_often = [&] {
+        for (int i = 0; i < 2000; ++i) {
+            EE_REG block;
+            ee_reg_hw_init(&block.hw, nullptr);
+            cm::parse_ini(text, ee_reg_loader, &block);
+            wrong += block.hw.slot[reg_ee_total_gain].value + block.hw.slot[reg_ee_total_coring].value != 49;
+        }
+    };
+    std::thread beside(load_often);
+    load_often();
+    beside.join();
+    EXPECT_EQ(wrong, 0);
+    load(text);
 }
 
 TEST_F(EeReg, RegistersThatNoLoadSetAreReported) {
@@ -199,16 +252,61 @@ TEST_F(EeReg, DumpThatCannotWriteSaysSo) {
     fs::remove(work);
     fs::create_symlink("/dev/full", work);
     expect_failure(target, work);
+    ASSERT_EQ(mkfifo(work.c_str(), 0600), 0);
+    expect_failure(target, work);
+    fs::remove(work);
 
-    // A read-only target; for root, who may write anything, as another user.
+    // A target that may not be written, or not be read; for root, who may do anything, as another user.
     const bool root = geteuid() == 0;
     fs::permissions(".", fs::perms::all);
-    fs::permissions(target, fs::perms::owner_read | fs::perms::others_read);
-    ASSERT_EQ(root ? seteuid(65534) : 0, 0);
-    expect_failure(target, target);
-    ASSERT_EQ(root ? seteuid(0) : 0, 0);
+    for (const int mode : {0444, 0222}) {
+        fs::permissions(target, fs::perms(mode));
+        ASSERT_EQ(root ? seteuid(65534) : 0, 0);
+        expect_failure(target, target);
+        ASSERT_EQ(root ? seteuid(0) : 0, 0);
+    }
+    fs::permissions(target, fs::perms(0644));
     EXPECT_EQ(slurp(target.c_str()), "[ee]\nold = 1\n");
     EXPECT_FALSE(fs::exists(work));
 }
 
+#ifndef __SANITIZE_ADDRESS__
+// Each allocation of a dump fails in turn, alone or with all that follow.
+TEST_F(EeReg, DumpWithoutMemorySaysSo) {
+    const std::string old = "[other]\nk = 1\n[ee]\nold = 1\n", half = "[other]\nk = 1\n" + hw_section();
+    for (const long failing : {1L, 1000000L}) {
+        int failures = 0;
+        for (long before = 0, left = 0; left != failing; ++before) {
+            spill("a.ini", old);
+            shortage = {before, failing};
+            const int result = DUMP_EE_INI("a.ini");
+            left = std::exchange(shortage, {}).failing;
+            const std::string after = slurp("a.ini");
+            EXPECT_TRUE(result == 0 ? after == half + "[ee_sw]\n" : after == old || after == half) << after;
+            EXPECT_TRUE(result == 0 || records.back().starts_with("ERROR")) << records.back();
+            EXPECT_FALSE(fs::exists("a.ini.temp"));
+            failures += result != 0;
+        }
+        EXPECT_GT(failures, 20);
+    }
+}
+#endif
+
 }  // namespace
+
+#ifndef __SANITIZE_ADDRESS__
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* malloc(size_t size) {
+    return fails() ? nullptr : __libc_malloc(size);
+}
+void* calloc(size_t n, size_t size) {
+    return fails() ? nullptr : __libc_calloc(n, size);
+}
+void* realloc(void* p, size_t size) {
+    return fails() ? nullptr : __libc_realloc(p, size);
+}
+}
+#endif

@@ -1,4 +1,5 @@
 // The companion program, run as users run it, each case in an empty directory.
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <sstream>
@@ -47,9 +48,14 @@ class Eetool : public FileTest {
         const size_t at = text.find("\n" + key + " ") + 1;
         text.replace(at, text.find('\n', at) - at, line);
     }
-    static Result check(const std::string& text) {
+    // The same, but one that sharpens.
+    static std::string plain_ini(Lines replacements = {}) {
+        replacements.push_back("reg_ee_texture_mode = 0");
+        return default_ini(replacements);
+    }
+    static Result check(const std::string& text, const std::string& more = "") {
         spill("x.ini", text);
-        return run("ini --check x.ini --instance 0");
+        return run("ini --check x.ini --instance 0" + more);
     }
 };
 
@@ -66,6 +72,12 @@ TEST_F(Eetool, ExamplesInTheHelpWork) {
         EXPECT_GE(examples, 3) << command;
         EXPECT_FALSE(fs::is_empty("."));
     }
+}
+
+TEST_F(Eetool, TellsVersionAndCommit) {
+    const Result result = run("--version");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.text.starts_with("eetool 1.0.0 (commit ")) << result.text;
 }
 
 TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {
@@ -127,44 +139,69 @@ TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {
 }
 
 TEST_F(Eetool, FindsNothingElse) {
-    std::string missing = default_ini();
-    missing.erase(missing.find("reg_ee_texture_mode"), std::string("reg_ee_texture_mode = 1\n").size());
+    std::string missing = plain_ini();
+    missing.erase(missing.find("reg_ee_shoot_mode"), std::string("reg_ee_shoot_mode = 0\n").size());
     // From (64, 34) to (128, 68) the quotient lies between two slopes: 8.5.
     const auto with_slope = [](const std::string& slope) {
-        return default_ini({"reg_ee_mcore_gain_lut_out_0 = 2", "reg_ee_mcore_gain_lut_out_1 = 34",
-                            "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
-                            "reg_ee_mcore_gain_lut_slope_1 = " + slope});
+        return plain_ini({"reg_ee_mcore_gain_lut_out_0 = 2", "reg_ee_mcore_gain_lut_out_1 = 34",
+                          "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
+                          "reg_ee_mcore_gain_lut_slope_1 = " + slope});
     };
     const std::string well = "x.ini: all is well\n",
                       segment = " does not lead from (64, 34) to (128, 68): 8 or 9 would\n";
+    const std::string texture =
+        "reg_ee_texture_mode = 1, reg_ee_bright_luma_thr = 0, reg_ee_dark_luma_thr = 0, "
+        "reg_ee_bright_edge_thr = 0, reg_ee_bright_edge_strength = 0, reg_ee_line_strength = 0";
     const struct {
         std::string text, said;
     } cases[] = {
-        {default_ini(), well},
+        {plain_ini(), well},
+        {default_ini(), "x.ini:15: pre_ee_main changes no picture with " + texture + "\n"},
+        {plain_ini({"reg_hf_blend_wgt = 0", "reg_mf_blend_wgt = 0", "reg_ee_motion_lut_out_0 = 0",
+                    "reg_ee_motion_lut_out_1 = 0", "reg_ee_motion_lut_out_2 = 0",
+                    "reg_ee_motion_lut_out_3 = 0"}),
+         "x.ini:33: pre_ee_main changes no picture with reg_hf_blend_wgt = 0, reg_mf_blend_wgt = 0\n"
+         "x.ini:188: pre_ee_main changes no picture with reg_ee_motion_lut_out_0 to reg_ee_motion_lut_out_3 "
+         "= 0\n"},
         // Comments, blanks, another instance, a step in a curve, a falling one, signs and leading zeros.
         {"; tuned by hand\n\n  # twice\n[ee1]\nreg_ee_total_gain = 3\n" +
-             default_ini({"reg_ee_mcore_gain_lut_in_3 = 254", "reg_ee_mcore_gain_lut_out_3 = 0",
-                          "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
-                          "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"}),
+             plain_ini({"reg_ee_mcore_gain_lut_in_3 = 254", "reg_ee_mcore_gain_lut_out_3 = 0",
+                        "reg_ee_mcore_gain_lut_slope_2 = -8", "reg_ee_chroma_amp_lut_in_1 = 16",
+                        "reg_ee_chroma_amp_lut_slope_1 = 5", "reg_ee_total_gain =  +0032 ; inline"}),
          well},
+        // Long lines, whole as a run reads them.
+        {"; " + std::string(200, 'c') + "\n" +
+             plain_ini({"reg_ee_total_gain =" + std::string(300, ' ') + "40",
+                        "reg_ee_total_coring = 9 ; " + std::string(174, 'x') + "reg_ee_total_coring = 64"}),
+         well},
+        // Only at the start of a file is a byte-order mark one. What follows a NUL is not read.
+        {plain_ini({"reg_ee_total_gain = 40\n\xEF\xBB\xBF[ee0]"}) + std::string("; a\0b\n[ee\n", 10),
+         "x.ini:20: this is no section, key or comment and is ignored: \xEF\xBB\xBF[ee0]\n"
+         "x.ini:198: this is no section, key or comment and is ignored: [ee\n"},
         {with_slope("7"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 7" + segment},
         {with_slope("8"), well},
         {with_slope("9"), well},
         {with_slope("10"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 10" + segment},
-        {default_ini({"reg_ee_chroma_amp_lut_in_1 = 15"}),
+        {plain_ini({"reg_ee_chroma_amp_lut_in_1 = 15"}),
          "x.ini:175: reg_ee_chroma_amp_lut_slope_1 = 256 does not lead from (15, 0) to (16, 128): 2048 "
          "would, "
          "which -2048..2047 does not reach; move the knots apart\n"},
-        {missing, "x.ini:193: [ee0] ends without reg_ee_texture_mode, which has its default 1\n"},
+        {missing, "x.ini: 1 of 193 registers are not set and have their defaults\n" + well},
         {"[ee7]\nreg_ee_enable = 1\n",
          "x.ini:1: section [ee7] is not read; the registers' section is [ee0]\n"
-         "x.ini:2: there is no section [ee0]: every register has its default\n"},
+         "x.ini:1: pre_ee_main changes no picture with " +
+             texture +
+             "\n"
+             "x.ini:2: there is no section [ee0]: every register has its default\n"},
     };
     for (const auto& c : cases) {
         const Result result = check(c.text);
         EXPECT_EQ(result.text, c.said);
-        EXPECT_EQ(result.status, c.said == well ? 0 : 1);
+        EXPECT_EQ(result.status, c.said.ends_with(well) ? 0 : 1);
     }
+    const Result complete = check(missing, " --complete");
+    EXPECT_EQ(complete.text, "x.ini:193: [ee0] ends without reg_ee_shoot_mode, which has its default 0\n");
+    EXPECT_EQ(complete.status, 1);
     for (const char* const path : {"absent.ini", "."}) {
         const Result result = run(std::string("ini --check ") + path);
         EXPECT_EQ(result.status, 2);
@@ -182,10 +219,50 @@ TEST_F(Eetool, RewritesOnlyItsOwnSection) {
     };
     spill("x.ini", other + "[ee0]\nreg_ee_total_gain = 7\n[tail]\nlast = 2");
     expect(" --set reg_ee_total_coring=9", {"reg_ee_total_gain = 7", "reg_ee_total_coring = 9"});
-    EXPECT_EQ(run("ini --check x.ini --instance 0").status, 0);
+    EXPECT_EQ(run("ini --check x.ini --instance 0").text.find("registers are not set"), std::string::npos);
     for (const char* const bad : {"reg_ee_enable=2", "reg_ee_enable=1x", "reg_ee_enable", "nothing=1"})
         EXPECT_GE(run(std::string("ini --out x.ini --set ") + bad).status, 100) << bad;
     expect(" --reset", {});
+
+    // A header that a rewrite would not see.
+    const std::string hidden = "[ee0]\nreg_ee_total_gain = 7\n[my-section]\nkey = 1\n[tail]\n";
+    spill("x.ini", hidden);
+    EXPECT_EQ(run("ini --out x.ini --instance 0").status, 2);
+    EXPECT_EQ(slurp("x.ini"), hidden);
+    EXPECT_EQ(run("ini --out x.ini --instance 1").status, 0);
+}
+
+TEST_F(Eetool, WritesThroughLinksAndIntoPipes) {
+    const std::string text = default_ini(), other = "[other]\nkey = 1\n";
+    ASSERT_EQ(mkfifo("x.ini.temp", 0600), 0);  // of somebody else
+    spill("x.ini", other);
+    fs::permissions("x.ini", fs::perms(0640));
+    fs::create_symlink("x.ini", "symbolic.ini");
+    EXPECT_EQ(run("ini --out symbolic.ini --instance 1").text, "");
+    fs::create_hard_link("x.ini", "hard.ini");
+    EXPECT_EQ(run("ini --out symbolic.ini --instance 0").text, "");
+    EXPECT_TRUE(fs::equivalent("x.ini", "hard.ini") && fs::is_symlink("symbolic.ini"));
+    EXPECT_EQ(fs::status("x.ini").permissions(), fs::perms(0640));
+    const std::string after = slurp("x.ini");
+    EXPECT_TRUE(after.starts_with(other + "[ee1]\n") && after.ends_with("[ee_sw1]\n" + text)) << after;
+    EXPECT_EQ(run("ini --out /dev/stdout --instance 0 | cat").text, text);
+    EXPECT_EQ(run("ini --out x.ini.temp --instance 0 & cat x.ini.temp").text, text);
+    EXPECT_EQ(run("ini --out /dev/zero").status, 0);
+    EXPECT_EQ(run("ini --out /dev/full").text,
+              "eetool: /dev/full cannot be written: No space left on device\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 5) << "nothing is left over";
+}
+
+TEST_F(Eetool, RefusesNamesThatNoSectionCanHave) {
+    for (const char* const bad :
+         {"my-i", "a]b", "a ;b", "a\nb", "_sw0", "b\xC3\xA4", "123456789012345678901234567890"})
+        EXPECT_EQ(run("ini --out x.ini --instance '" + std::string(bad) + "'").status, 105) << bad;
+    EXPECT_FALSE(fs::exists("x.ini"));
+    for (const std::string set : {" --set reg_ee_total_gain=7", ""})  // the second time they are loaded
+        for (const std::string name : {"''", "NULL", "_s", "a[B_9", "12345678901234567890123456789"})
+            EXPECT_EQ(run("ini --out x.ini --instance " + name + set).text, "");
+    const Lines said = lines_of(slurp("x.ini"));
+    EXPECT_EQ(std::count(said.begin(), said.end(), "reg_ee_total_gain = 7"), 4) << "'' and NULL are one";
 }
 
 // The same frame as planes and as a colour picture, through the program and through the library.
@@ -217,10 +294,26 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     // The picture is grey, so colour conversion there and back leaves luma alone.
     EXPECT_EQ(samples_of(*read("b.pgm")), samples_of(*read("c.pgm")));
 
+    // A directory's name that leaves the images' names whole, and one that is a character longer.
+    std::string directory = ".";
+    while (directory.size() < 993) directory += "/.";
+    const auto files = [] { return std::distance(fs::directory_iterator("."), {}); };
+    const auto before = files();
+    EXPECT_EQ(run(classic + planes + "--out c.pgm --debug-dir " + directory).status, 0);
+    EXPECT_EQ(files(), before) << "images of the same names as in \".\"";
+    EXPECT_EQ(run(classic + planes + "--out d.pgm --debug-dir " + directory + "/").status, 105);
+
     EXPECT_GE(run("classic --y y.pgm --out d.pgm").status, 100);
+    spill("deep.pgm", "P5\n321 260\n65535\n" + std::string(2 * 321 * 260, 'n'));
+    for (const char* const plane : {"--ynr", "--mmap"})
+        EXPECT_EQ(run(classic + planes + "--out d.pgm " + plane + " deep.pgm").text,
+                  "eetool: deep.pgm has 16 bits a sample; the block takes 8\n");
     EXPECT_GE(run("classic --rgb rgb.ppm --y y.pgm --out d.pgm").status, 100);
     EXPECT_NE(run("classic --ini absent.ini --rgb rgb.ppm --out d.pgm").text.find("absent.ini"),
               std::string::npos);
+    const Result full = run(classic + planes + "--out d.pgm --log /dev/full --log-level 1");
+    EXPECT_EQ(full.status, 2);
+    EXPECT_EQ(full.text, "eetool: /dev/full could not be written whole\n");
     EXPECT_FALSE(fs::exists("d.pgm"));
 }
 

@@ -1,5 +1,5 @@
 // Small domains in full: every value, or every pair of values, that a point operation can see, laid
-// out as one frame, on every instruction set, against the plain definitions.
+// out as one frame, on every instruction set, against the plain model.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -53,15 +53,15 @@ class Exhaustive : public testing::Test {
         ee_reg_hw_load(&ee_reg.hw, "ee", ee_reg.hw.slot[slot].key, text.c_str());
         model_.assign("ee", ee_reg.hw.slot[slot].key, text);
     }
-    // The block on each instruction set against its definition; both read as many planes.
+    // The block on each instruction set against the plain model; both read as many planes.
     template <class... P, class... F>
-    void compare(Plane (*define)(plain::Model&, P...), void (*run)(F...), const Planes& in) {
+    void compare(Plane (*model)(plain::Model&, P...), void (*run)(F...), const Planes& in) {
         if (HasFailure()) return;
         samples_ += in[0].data.size();
         std::vector<Frame> frames;
         for (const Plane& p : in) frames.push_back(to_frame(p));
         const auto call = [&]<size_t... K>(std::index_sequence<K...>) {
-            const Plane want = define(model_, in[K]...);
+            const Plane want = model(model_, in[K]...);
             for (const auto target : {cm::RowTarget::kBaseline, cm::RowTarget::kV3, cm::RowTarget::kV4}) {
                 Plane marked = want;
                 std::fill(marked.data.begin(), marked.data.end(), 0x5a5a5a5a);

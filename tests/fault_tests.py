@@ -113,7 +113,8 @@ def spawn(command, **more):
     global processes
     processes += 1
     # no buffer: select() sees all that is there
-    children.append(subprocess.Popen(command, bufsize=0, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more))
+    more = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **more}
+    children.append(subprocess.Popen(command, bufsize=0, **more))
     return children[-1]
 
 
@@ -297,14 +298,26 @@ def _():
     need(seen, "nothing was read meanwhile")
 
 
-@case("hand-over: the consumer deletes a file for which a writer waits")
+@case("hand-over: the holder of the lock deletes or renames what another waits for")
 def _():
-    job = Job()
-    with locked(job.paths["out"], os.O_RDWR | os.O_CREAT):
-        process = job.start()
-        time.sleep(0.3)
-        os.unlink(job.paths["out"])
-    job.expect(0, "", "whole", finish(process))
+    for name, links, take in (("out", 1, os.unlink), ("out", 2, os.unlink), ("out", 1, lambda p: os.rename(p, p + ".done")),
+                              ("y", 1, lambda p: os.rename(p, p + ".done"))):
+        job = Job()
+        path = job.paths[name]
+        frame = read(path) if name == "y" else None
+        write(path, b"the frame before")
+        if links == 2:
+            os.link(path, path + ".done")
+        with locked(path):
+            process = job.start()
+            time.sleep(0.3)
+            take(path)
+        if frame:
+            wait_for(process.stdout, f"wait pre frame ready {path}")
+            write(path + ".new", frame)
+            os.rename(path + ".new", path)
+        job.expect(0, "", "whole", finish(process))
+        need(not os.path.exists(path + ".done") or read(path + ".done") == b"the frame before", "written after its time")
 
 
 # ---- Files that cannot be used ----------------------------------------------------------------------------
@@ -383,6 +396,39 @@ def _():
     job.expect(0, "", "whole", finish(process))
 
 
+@case("files: pipes whose reader leaves")
+def _():
+    job = Job(640, 480)
+    for name, status, message in (("out", 1, "Unable to write file '.*/pipe': Broken pipe\n"),
+                                  ("log", 1, "Unable to write log file '.*/pipe'\n"), ("stdout", 0, "")):
+        pipe = f"{job.dir}/pipe"
+        os.mkfifo(pipe)
+        # the standard output's reader has left before it starts
+        read_end = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+        stdout = os.open(pipe, os.O_WRONLY) if name == "stdout" else subprocess.PIPE
+        process = spawn(job.command(**{name: pipe}), stdout=stdout)
+        if name != "stdout":
+            select.select([read_end], [], [], LIMIT)
+        else:
+            os.close(stdout)
+        os.close(read_end)
+        os.unlink(pipe)
+        job.expect(status, message, "none" if status else "whole", finish(process))
+
+
+@case("files: as few descriptors as there may be")
+def _():
+    job = Job()
+    results = []
+    for most in range(4, 8):
+        remove(job.paths["out"])
+        results.append(run(job.command(), preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))))
+        if results[-1].returncode == 0:
+            break
+        job.expect(1, "Unable to (read|write) file '.*': Too many open files\n", "none", results[-1])
+    need(len(results) > 1 and job.state() == "whole", "never failed, or always")
+
+
 # ---- Full disks -------------------------------------------------------------------------------------------
 
 
@@ -420,14 +466,47 @@ OLD_INI = b"; mine\n[other]\nkey = 1\n" + b"; line\n" * 3000 + b"[ee0]\nreg_ee_t
 
 
 def dump_ini(place, prefix=(), **more):
-    """The status of an INI dump onto a file, of which the old text or the new must be left."""
+    """The status of an INI dump onto a file, which has the old text or, with status 0, the new one after it."""
     result = run([*prefix, program("eetool"), "ini", "--out", f"{place}/setting.ini", "--instance", "0", "--set",
                   "reg_ee_total_gain=78"], **more)
-    left = [read(f"{place}/{name}") for name in os.listdir(place) if name.startswith("setting.ini")]
-    foreign = OLD_INI[:OLD_INI.index(b"[ee0]")]
-    need(any(text.startswith(foreign) and b"total_gain = 7" in text for text in left), "the text is lost")
+    left = read(f"{place}/setting.ini")
+    new = left.startswith(OLD_INI[:OLD_INI.index(b"[ee0]")]) and left.endswith(b"[ee_sw0]\n") and b"gain = 78" in left
+    need(new if result.returncode == 0 else left == OLD_INI or new and result.returncode < 0, "the text is lost")
     need(result.returncode <= 0 or result.stderr, "no message")
+    others = set(os.listdir(place)) - {"setting.ini", "filler"}
+    need(result.returncode < 0 or not any(name.startswith(("setting", ".")) for name in others), f"{others} is left over")
     return result.returncode
+
+
+@case("INI: eight writers of one file, read all the while")
+def _():
+    place = tempfile.mkdtemp(dir=BASE)
+    path = f"{place}/setting.ini"
+    for _ in range(200 if args.long else 8):
+        remove(path)
+        writers = [spawn([program("eetool"), "ini", "--out", path, "--instance", f"{i}", "--set",
+                          f"reg_ee_total_gain={i}"]) for i in range(8)]
+        while any(p.poll() is None for p in writers):
+            with contextlib.suppress(FileNotFoundError):
+                text = read(path)
+                need(text and text.count(b"\n") == 195 * text.count(b"[ee_sw"), "a reader saw a part of the file")
+        need(all(finish(p).returncode == 0 for p in writers), "a writer failed")
+        gains = re.findall(rb"\[ee(\d)\]\n(?:.*\n){1,99}?reg_ee_total_gain = (\d)\n", read(path))
+        need(sorted(gains) == [(b"%d" % i, b"%d" % i) for i in range(8)], f"{len(gains)} sections are left")
+        need(os.listdir(place) == ["setting.ini"], "something is left over")
+
+
+@case("INI: no permission")
+def _():
+    place = tempfile.mkdtemp(dir=BASE)
+    path = write(f"{place}/setting.ini", OLD_INI)
+    prefix = bound_by_permissions(path)
+    for mode, status in (0o200, 2), (0o400, 2), (0o600, 0):
+        os.chmod(path, mode)
+        result = run([*prefix, "sh", "-c", 'umask 0400; exec "$0" ini --out "$1"', program("eetool"), path])
+        need(result.returncode == status and os.stat(path).st_mode & 0o777 == mode, f"{mode:o}: {result}")
+        os.chmod(path, 0o600)
+        need(read(path).startswith(OLD_INI) and (status == 0 or read(path) == OLD_INI), f"{mode:o}: the text is lost")
 
 
 @case("full disk: INI dump on a tmpfs that fills")
@@ -443,7 +522,6 @@ def _():
 
 
 def limit_files(size):
-    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
     resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
 
 
@@ -488,6 +566,68 @@ def _():
         need(started, "never failed")
 
 
+@case("memory: headers of the largest width, without samples")
+def _():
+    job = Job()
+    for name in Job.INPUTS:
+        write(job.paths[name], b"P5\n2147483647 1\n1\n")
+    for job.debug in (0, 1):
+        result = run(["sh", "-c", 'ulimit -v 4000000; exec "$@"', "sh", *job.command()])
+        job.expect(1, "Unable to allocate memory\n", "none", result)
+
+
+def failing_allocations(command, prepare, step):
+    """The results of a command of which one allocation after the other fails, or all from that one on."""
+    library = program("tests/libfailing_malloc.so")
+    mark = tempfile.mktemp(dir=BASE)
+    for more in ("", "+"):
+        for first in range(1, 100000, 1 if args.long else step):
+            env = {**os.environ, "LD_PRELOAD": library, "ALLOCATION_FAILS": f"{first}{more}", "ALLOCATION_FAILED": mark}
+            prepare()
+            result = run(command, env=env)
+            if not os.path.exists(mark):
+                need(first > 1, "none failed")
+                break
+            os.unlink(mark)
+            result.args = f"allocation {first}{more} of {os.path.basename(command[0])}: status {result.returncode}, " \
+                          f"{result.stdout!r}, {result.stderr!r}"
+            yield result
+
+
+@case("memory: each allocation of a run fails in turn")
+def _():
+    for job in (Job(), Job(debug=1)):
+        def left():  # all but the times of the records
+            images = {name: read(f"{job.paths['dbg']}/{name}") for name in os.listdir(job.paths["dbg"])}
+            return re.sub(rb"(?m)^\S+ \S+ ", b"", read(job.paths["log"])), read(job.paths["out"]), images
+
+        command = job.command()
+        command[0] = program("tests/pre_ee_main_shared")
+        job.expect(0, "", "whole", run(command))
+        whole, statuses = left(), set()
+        for result in failing_allocations(command, lambda: [remove(job.paths[name]) for name in ("out", "log")], 2):
+            if b"Can't handle ee_reg" in (os.path.exists(job.paths["log"]) and read(job.paths["log"]) or b""):
+                continue
+            statuses.add(result.returncode)
+            if result.returncode == 0:
+                need(left() == whole, result.args)
+            else:
+                need(result.returncode == 1 and job.state() in ("none", "empty"), f"{result.args}, {job.state()}")
+                need(re.fullmatch(b"Unable to (allocate memory|open log file '.*')\n", result.stderr), result.args)
+        need(statuses == {0, 1}, f"only {statuses}")
+
+
+@case("memory: each allocation of a process that uses the library fails in turn")
+def _():
+    for kind in ("frame", "blocks", "files"):
+        place = tempfile.mkdtemp(dir=BASE)
+        command = [program("tests/library_calls"), kind, place]
+        whole = run(command).stdout
+        for result in failing_allocations(command, lambda: None, 3):
+            fine = result.stdout == whole if result.returncode == 0 else result.returncode == 1 and result.stdout == b""
+            need(fine and (result.returncode == 0 or b"Unable to allocate" in result.stderr), result.args)
+
+
 # ---- Killed -----------------------------------------------------------------------------------------------
 
 
@@ -516,17 +656,20 @@ def _():
     need(half_way, "none was killed half-way")
 
 
-@case("killed: an INI dump at each of its system calls")
+@case("system calls: each of an INI dump fails in turn, or is the last before SIGKILL")
 def _():
     place = tempfile.mkdtemp(dir=BASE)
-    for call in ("openat", "read", "write", "close", "unlink"):
-        for when in range(1, 1000):
-            for name in os.listdir(place):
-                os.unlink(f"{place}/{name}")
-            write(f"{place}/setting.ini", OLD_INI)
-            if dump_ini(place, tracing("-e", f"trace={call}", "-e", f"inject={call}:signal=KILL:when={when}")) == 0:
-                break
-        need(1 < when < 999, f"{call}: {when}")
+    for call in ("openat", "read", "write", "pread64", "pwrite64", "close", "ftruncate", "fsync", "rename"):
+        for fault in ("error=EIO", "signal=KILL"):
+            for when in range(1, 1000):
+                for name in os.listdir(place):
+                    os.unlink(f"{place}/{name}")
+                write(f"{place}/setting.ini", OLD_INI)
+                trace = f"{BASE}/trace"
+                dump_ini(place, tracing("-o", trace, "-e", f"trace={call}", "-e", f"inject={call}:{fault}:when={when}"))
+                if b"INJECTED" not in read(trace) and b"killed by" not in read(trace):
+                    break  # it makes fewer such calls
+            need(1 < when < 999, f"{call}: {when}")
 
 
 # ---- Every system call ------------------------------------------------------------------------------------

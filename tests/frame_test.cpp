@@ -6,6 +6,7 @@
 #include <climits>
 #include <functional>
 #include <sstream>
+#include <thread>
 
 #include "test_frames.h"
 
@@ -371,6 +372,21 @@ TEST_F(Files, AreLockedAndClosed) {
         CM_DelFILE(f);
         EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
         close(other);
+    }
+    for (const char* const mode : {"rb", "r+b", "ab", "wb"}) {
+        const int held = open(spill("f", "old"), O_RDONLY);
+        flock(held, LOCK_EX);
+        std::thread holder([&] {
+            usleep(100000);
+            std::filesystem::rename("f", "done");
+            spill("f", "");
+            close(held);
+        });
+        f = CM_Fopen("f", mode);
+        std::fputs("new", f);
+        CM_DelFILE(f);
+        holder.join();
+        EXPECT_EQ(slurp("done") + "," + slurp("f"), mode == "rb"s ? "old," : "old,new") << mode;
     }
     CM_DelFILE(nullptr);
 }

@@ -806,6 +806,12 @@ Outcome run_program(const std::vector<std::string>& args) {
     m.print();
     const bool enable = m.reg("ee_enable") == 1;
     m.log.push_back({2, "pre_ee_main", 94, format("reg_pre_ee_enable = %d", enable)});
+    const auto check_depth = [&](const char* plane, int depth, int least, int most) {
+        if (enable && (depth < least || depth > most))
+            m.log.push_back({3, "pre_ee_main", 126,
+                             format("%s has %d bits a sample; the block takes %s%d", plane, depth,
+                                    least == most ? "" : format("%d to ", least).c_str(), most)});
+    };
     try {
         Plane y, cb, cr, ynr, mmap, fusion;
         if (to_int(args[5]) != 0) {
@@ -816,6 +822,12 @@ Outcome run_program(const std::vector<std::string>& args) {
             mmap = m.read(args[12], false);
             fusion = m.read(args[14], false);
             r.out = format("depth of Yfusion is %d \n", fusion.depth);
+            check_depth("Y_in", y.depth, 8, 12);
+            check_depth("Cb_in", cb.depth, 8, 8);
+            check_depth("Cr_in", cr.depth, 8, 8);
+            check_depth("src_ynr", ynr.depth, 8, 8);
+            check_depth("mmap_pix", mmap.depth, 8, 8);
+            if (m.reg("ee_texture_mode") == 1) check_depth("Yfusion", fusion.depth, 8, 20);
             const auto odd = [&](const Plane& c) {
                 return c.height != y.height || (c.width != y.width / 2 && c.width != (y.width + 1) / 2);
             };
@@ -835,11 +847,20 @@ Outcome run_program(const std::vector<std::string>& args) {
             const Plane rgb = m.read(args[8], true);
             m.read(args[11], true);
             mmap = m.read(args[12], false);
+            check_depth("Y_in", rgb.depth, 8, 8);
+            check_depth("mmap_pix", mmap.depth, 8, 8);
             const Plane ycc = rgb_to_ycbcr(rgb);
             y = ynr = take_channel(ycc, 0);
             cb = take_channel(ycc, 1);
             cr = take_channel(ycc, 2);
         }
+        const size_t whole = m.reg("ee_texture_mode") == 1 ? 990 : 993, length = args[6].size();
+        if (enable && m.dump && length > whole)
+            m.log.push_back(
+                {3, "pre_ee_main", 144,
+                 format("the debug directory's path has %zu characters: paths of debug images are cut "
+                        "at 1023, and images may replace each other; up to %zu leave them whole",
+                        length, whole)});
         const Plane out = m.pre_ee_hw(y, cb, cr, ynr, mmap, &fusion);
         m.files[args[13]] = image_bytes(out, false);
     } catch (const Exit& e) {

@@ -36,7 +36,11 @@ tune reg_ee_line_strength 1600
     "$in/y.pgm" "$in/cb.pgm" "$in/cr.pgm" "$in/src_ynr.pgm" "$in/mmap.pgm" "$out/sharpened.pgm" \
     "$in/yfusion.pgm"
 
-changed=$(cmp -l "$in/src_ynr.pgm" "$out/sharpened.pgm" | wc -l)
+# The samples are the last bytes of a file; headers differ in length.
+samples() { tail -c $((640 * 480)) "$1"; }
+samples "$in/src_ynr.pgm" >"$out/before"
+changed=$(samples "$out/sharpened.pgm" | cmp -l "$out/before" - | wc -l)
+rm "$out/before"
 [ "$changed" -gt 0 ] || { echo "the output is the same as the input" >&2; exit 1; }
 cat <<EOF
 

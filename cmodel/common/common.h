@@ -88,10 +88,12 @@ CM_API void CM_SetField(FRAME* dst, const FRAME* field, int parity);
  * header or a read error ends the program with status 1 and a message that names the path; a
  * payload that ends early gives samples made of end-of-file bytes (-1 each) and one ERROR record. */
 
-/* Opens a file and takes an exclusive advisory lock on it. Never fails: while the file cannot be
+/* Opens a file and takes an exclusive advisory lock on it. Never null: while the file cannot be
  * opened it says so once on standard output ("wait pre frame ready PATH") and tries again every
- * 10 ms. Modes that truncate do so only once the lock is held, and what they create is locked
- * before it can be found under its name (where the file system has unnamed files). */
+ * 10 ms. A want of memory or of descriptors in this process, which waiting does not end, ends the
+ * program with status 1 and a message. A file that is no longer the one of that name when the lock
+ * is had is opened anew. Modes that truncate do so only once the lock is held, and what they create
+ * is locked before it can be found under its name (where the file system has unnamed files). */
 CM_API FILE* CM_Fopen(const char* path, const char* mode);
 
 /* Releases the lock and closes. Returns 0, or EOF when pending data could not be written. */

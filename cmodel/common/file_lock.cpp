@@ -61,8 +61,18 @@ FILE* open_unlocked(const char* path, const char* mode) {
     return stream;
 }
 
-// False for a file that was deleted while another process held its lock: what is written there is lost.
-bool lock_file(FILE* stream, const char* path, bool truncate) {
+// What a file of this mode is opened for.
+const char* purpose(const char* mode) {
+    return mode[0] == 'r' && std::strchr(mode, '+') == nullptr ? "read" : "write";
+}
+
+[[noreturn]] void fail(const char* path, const char* mode) {
+    cm::fatal(cm::kExitFile, "Unable to %s file '%s': %s\n", purpose(mode), path, std::strerror(errno));
+}
+
+// Waits for the lock. False when the path names another file by then, or none: whoever held the lock has
+// deleted or renamed this one, so that what is written to it would be lost, or replace what was put away.
+bool lock_file(FILE* stream, const char* path, const char* mode) {
     const int fd = fileno(stream);
     int result;
     while ((result = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
@@ -71,27 +81,39 @@ bool lock_file(FILE* stream, const char* path, bool truncate) {
         log_log(LOG_WARN, cm::at::kFileNotLocked.source, cm::at::kFileNotLocked.line,
                 "%s cannot be locked: %s", path, std::strerror(errno));
     }
-    if (!truncate) {
+    struct stat held;
+    if (fstat(fd, &held) != 0) {
+        fail(path, mode);
+    }
+    if (!S_ISREG(held.st_mode)) {
         return true;
     }
-    struct stat info;
-    const bool known = fstat(fd, &info) == 0;
-    if (known && S_ISREG(info.st_mode) && info.st_nlink == 0) {
+    struct stat named;
+    if (stat(path, &named) != 0 || named.st_dev != held.st_dev || named.st_ino != held.st_ino) {
         return false;
     }
     // The old content must not stay behind the new.
-    if (!known || (S_ISREG(info.st_mode) && info.st_size > 0 && ftruncate(fd, 0) != 0)) {
-        cm::fatal(cm::kExitFile, "Unable to write file '%s': %s\n", path, std::strerror(errno));
+    if (mode[0] == 'w' && held.st_size > 0 && ftruncate(fd, 0) != 0) {
+        fail(path, mode);
     }
     return true;
 }
 
+// Null when the file may come yet.
+FILE* try_open(const char* path, const char* mode) {
+    FILE* const stream = open_unlocked(path, mode);
+    if (stream == nullptr) {
+        cm::require_means(errno, purpose(mode), path);
+    }
+    return stream;
+}
+
 FILE* open_waiting(const char* path, const char* mode) {
-    FILE* stream = open_unlocked(path, mode);
+    FILE* stream = try_open(path, mode);
     if (stream == nullptr) {
         std::printf("wait pre frame ready %s\n", path);
         std::fflush(stdout);
-        while ((stream = open_unlocked(path, mode)) == nullptr) {
+        while ((stream = try_open(path, mode)) == nullptr) {
             usleep(kPollMicroseconds);
         }
         std::printf("%s ready\n", path);
@@ -102,13 +124,15 @@ FILE* open_waiting(const char* path, const char* mode) {
 
 }  // namespace
 
-FILE* CM_Fopen(const char* path, const char* mode) {
+FILE* CM_Fopen(const char* path, const char* mode) try {
     FILE* stream = open_waiting(path, mode);
-    while (!lock_file(stream, path, mode[0] == 'w')) {
+    while (!lock_file(stream, path, mode)) {
         std::fclose(stream);
         stream = open_waiting(path, mode);
     }
     return stream;
+} catch (const std::bad_alloc&) {
+    cm::fail_without_memory();
 }
 
 int CM_Fclose(FILE* stream) {

@@ -40,7 +40,7 @@ FRAME* cm::new_frame(uint32_t file_type, uint32_t format, uint32_t width, uint32
     FRAME* const frame = static_cast<FRAME*>(std::malloc(sizeof(FRAME)));
     int32_t* const data = fits ? allocate_samples(samples, clear) : nullptr;
     if (frame == nullptr || data == nullptr) {
-        fatal(kExitFile, "Unable to allocate memory\n");
+        fail_without_memory();
     }
     *frame = FRAME{file_type, format, 0, width, height, channels, depth, data};
     return frame;

@@ -22,9 +22,9 @@ struct FoldedRows {
     int32_t row[R + 1][kTile + 2 * R];
 
     template <typename T>
-    CM_INLINE FoldedRows(const T* const* rows, int x0, int tile) {
+    CM_INLINE FoldedRows(const T* const* rows, int64_t x0, int tile) {
         for (int i = 0; i < tile + 2 * R; ++i) {
-            const int x = x0 + i - R;
+            const int64_t x = x0 + i - R;
             row[0][i] = rows[R][x];
             for (int d = 1; d <= R; ++d) {
                 row[d][i] = Wrap(rows[R - d][x]) + Wrap(rows[R + d][x]);

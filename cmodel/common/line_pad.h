@@ -15,7 +15,7 @@ template <typename T>
 void pad_row(T* row, int width) {
     for (int k = 1; k <= kMaxReach; ++k) {
         row[-k] = row[mirror(-k, width)];
-        row[width - 1 + k] = row[mirror(int64_t{width} - 1 + k, width)];
+        row[int64_t{width} - 1 + k] = row[mirror(int64_t{width} - 1 + k, width)];
     }
 }
 

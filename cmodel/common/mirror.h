@@ -23,6 +23,11 @@ constexpr int mirror(int64_t i, int n) {
     return static_cast<int>(phase < n ? phase : period - phase);
 }
 
+// Half of n samples, rounded up: the width of chroma, for any width.
+constexpr int half_up(int n) {
+    return n / 2 + n % 2;
+}
+
 // Channel c at (x, y), reflected against the frame's own size.
 inline int32_t& sample(FRAME& f, int64_t x, int64_t y, int c) {
     const size_t column = static_cast<size_t>(mirror(x, static_cast<int>(f.width)));

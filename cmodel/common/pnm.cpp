@@ -368,7 +368,7 @@ void write_clipped(const char* path, const FRAME& frame, PnmKind kind, int targe
 Bytes allocate_bytes(size_t size) {
     Bytes bytes(static_cast<uint8_t*>(std::malloc(size > 0 ? size : 1)));
     if (bytes == nullptr) {
-        fatal(kExitFile, "Unable to allocate memory\n");
+        fail_without_memory();
     }
     return bytes;
 }

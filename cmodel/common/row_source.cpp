@@ -80,19 +80,15 @@ void gather_row(const int32_t* src, size_t step, int count, T* dst) {
     }
 }
 
-void put_row(FRAME& frame, int y, const int32_t* row) {
-    write_row(frame, y, row, static_cast<int>(frame.width));
-}
-
 }  // namespace
 
 bool RowSource::within(int32_t low, int32_t high, const Area& area) const {
     int32_t row[kTile];
     for (int y = area.y; y < area.y + area.height; ++y) {
-        for (int x0 = 0; x0 < area.width; x0 += kTile) {
-            const int count = std::min(kTile, area.width - x0);
+        for (int64_t x0 = 0; x0 < area.width; x0 += kTile) {
+            const int count = static_cast<int>(std::min<int64_t>(kTile, area.width - x0));
             int32_t outside = 0;
-            read(y, int64_t{area.x} + x0, count, row);
+            read(y, area.x + x0, count, row);
             count_outside_row(row, count, low, high, outside);
             if (outside != 0) {
                 return false;
@@ -146,12 +142,12 @@ void ColourSource::convert(int y, int x, int count, T* dst) const {
     const RgbToYcbcr to(depth());
     const auto row = component_ == kLuma ? luma_row<T> : component_ == kCb ? cb_row<T> : cr_row<T>;
     int32_t rgb[3][kTile];
-    for (int x0 = 0; x0 < count;) {
-        const int columns = std::min((kTile - 1) / column_step_ + 1, count - x0);
+    for (int64_t x0 = 0; x0 < count;) {
+        const int columns = static_cast<int>(std::min<int64_t>((kTile - 1) / column_step_ + 1, count - x0));
         const int span = (columns - 1) * column_step_ + 1;
         const RowSource* const channels[3] = {&red_, &green_, &blue_};
         for (int c = 0; c < 3; ++c) {
-            channels[c]->read(y, int64_t{x + x0} * column_step_, span, rgb[c]);
+            channels[c]->read(y, (x + x0) * column_step_, span, rgb[c]);
             for (int i = 1; i < columns && column_step_ > 1; ++i) {
                 rgb[c][i] = rgb[c][i * column_step_];
             }
@@ -162,7 +158,7 @@ void ColourSource::convert(int y, int x, int count, T* dst) const {
 }
 
 void FrameSink::put(int y, const int32_t* row) {
-    put_row(frame_, y, row);
+    write_row(frame_, y, row, static_cast<int>(frame_.width));
 }
 
 void FrameSink::put(int y, const int16_t* row) {

@@ -97,7 +97,7 @@ class ColourSource : public RowSource {
     enum Component { kLuma, kCb, kCr };
     ColourSource(const RowSource& red, const RowSource& green, const RowSource& blue, Component component,
                  int column_step = 1)
-        : RowSource((red.width() + column_step - 1) / column_step, red.height(), red.depth()),
+        : RowSource((red.width() - 1) / column_step + 1, red.height(), red.depth()),
           red_(red),
           green_(green),
           blue_(blue),

@@ -142,7 +142,7 @@ void CM_WriteHIST(const char* base, const HIST* hist) {
     for (uint32_t c = 0; c < hist->channels; ++c) {
         char* const path = CM_StringConcat(base, c < std::size(kSuffixes) ? kSuffixes[c] : "_");
         if (path == nullptr) {
-            cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
+            cm::fail_without_memory();
         }
         // Intended: a progress record, although its level says otherwise.
         log_log(LOG_FATAL, cm::at::kWriteHist.source, cm::at::kWriteHist.line, "[CM_WriteHIST] file_name :%s",

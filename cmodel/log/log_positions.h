@@ -63,7 +63,9 @@ inline constexpr LogPosition kTextureOn{"pre_ee_hw", 97};
 
 inline constexpr LogPosition kBlockEnable{"pre_ee_main", 94};
 inline constexpr LogPosition kTextureInRgb{"pre_ee_main", 102};
+inline constexpr LogPosition kPlaneDepth{"pre_ee_main", 126};
 inline constexpr LogPosition kChromaSize{"pre_ee_main", 131};
+inline constexpr LogPosition kImageNames{"pre_ee_main", 144};
 
 }  // namespace at
 }  // namespace cm

@@ -26,16 +26,6 @@ int find_input(const char* name) {
     return -1;
 }
 
-struct DepthRange {
-    int least, greatest;
-};
-
-constexpr DepthRange depths_of_input(int i) {
-    return i == index_of(Plane::y)         ? DepthRange{8, 12}
-           : i == index_of(Plane::yfusion) ? DepthRange{8, 20}
-                                           : DepthRange{8, 8};
-}
-
 // The stage of the model's pipeline by that name, or -1.
 int find_plane(const PipelineRow& pipeline, const char* name) {
     for (int i = kInputs; i < kPlanes; ++i) {
@@ -195,7 +185,7 @@ class Run {
         const RowSource& y = *source(Plane::y);
         for (const Plane plane : {Plane::cb, Plane::cr}) {
             const RowSource& chroma = *source(plane);
-            const bool half = chroma.width() == y.width() / 2 || chroma.width() == (y.width() + 1) / 2;
+            const bool half = chroma.width() == y.width() / 2 || chroma.width() == half_up(y.width());
             if (!half || chroma.height() != y.height()) {
                 return m_.fail(CMODEL_NOT_READY, "y is %dx%d but %s is %dx%d; it must be half as wide", y.width(),
                                y.height(), row_of(plane).name, chroma.width(), chroma.height());

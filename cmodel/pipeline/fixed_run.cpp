@@ -10,10 +10,6 @@ namespace {
 
 constexpr int kOutputDepth = 8;
 
-[[noreturn]] void fail_for_memory() {
-    fatal(kExitFile, "Unable to allocate memory\n");
-}
-
 // The planes that debug images show.
 class KeptPlanes {
   public:
@@ -43,7 +39,7 @@ class KeptPlanes {
                        KeptPlane(luma.width(), luma.height(), depth,
                                  shown == Shown::kPicture ? KeptPlane::kPicture : KeptPlane::kSamples));
         if (kept == nullptr) {
-            fail_for_memory();
+            fail_without_memory();
         }
     }
 
@@ -58,7 +54,7 @@ void run_rows(const ConfiguredPipeline& pipeline, const RunPlanes& planes, int64
     RowPipeline<T> rows(pipeline, planes, luma.width(), luma.height(), {0, 0, luma.width(), luma.height()},
                         memory);
     if (memory.failed()) {
-        fail_for_memory();
+        fail_without_memory();
     }
     rows.run();
     for (int i = 0; i < pipeline.steps(); ++i) {
@@ -109,13 +105,13 @@ void check_pre_ee_planes(const InputPlanes& planes) {
     require_luma_size(luma, *fusion, "Yfusion", at::kPlaneSize);
 }
 
-void run_fixed(const PipelineRow& row, const InputPlanes& inputs, RowSink& sink) {
+void run_fixed(const PipelineRow& row, const InputPlanes& inputs, RowSink& sink) try {
     const RowSource& luma = *inputs[index_of(Plane::y)];
     const RowSource* const fusion = inputs[index_of(Plane::yfusion)];
     ConfiguredPipeline pipeline;
     if (!pipeline.configure(row, Registers(ee_reg.hw), luma.depth(), fusion != nullptr ? fusion->depth() : 8,
                             static_cast<size_t>(luma.width()) * static_cast<size_t>(luma.height()))) {
-        fail_for_memory();
+        fail_without_memory();
     }
     RunPlanes planes;
     std::copy(std::begin(inputs), std::end(inputs), planes.input);
@@ -137,6 +133,8 @@ void run_fixed(const PipelineRow& row, const InputPlanes& inputs, RowSink& sink)
     for (int i = 0; i < pipeline.steps(); ++i) {
         report(pipeline, i, measured_depth, events[i], kept ? &*kept : nullptr);
     }
+} catch (const std::bad_alloc&) {  // of what is kept for images, and of the images
+    fail_without_memory();
 }
 
 FRAME* new_output_frame(const FRAME& luma) {

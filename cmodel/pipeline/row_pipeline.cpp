@@ -76,7 +76,7 @@ bool fits_narrow(const ConfiguredPipeline& pipeline, const RunPlanes& planes, co
     for (int i = 0; i < kInputs && fits; ++i) {
         const bool used = i != index_of(Plane::yfusion) || pipeline.variant() == kTexture;
         const bool half = i == index_of(Plane::cb) || i == index_of(Plane::cr);
-        const Area area{half ? region.x / 2 : region.x, region.y, half ? (region.width + 1) / 2 : region.width,
+        const Area area{half ? region.x / 2 : region.x, region.y, half ? half_up(region.width) : region.width,
                         region.height};
         fits = planes.input[i] == nullptr || !used || planes.input[i]->within(0, narrow_greatest(i), area);
     }
@@ -143,7 +143,7 @@ void RowPipeline<T>::take_rows(Memory& memory) {
         if (h.lead < 0) {
             continue;
         }
-        h.width = h.half_width ? (region_.width + 1) / 2 : region_.width;
+        h.width = h.half_width ? half_up(region_.width) : region_.width;
         h.pitch = (static_cast<size_t>(h.width) + 3 * kMargin - 1) / kMargin * kMargin;
         h.lines = std::min(h.lead + h.history + 1, region_.height);
         h.next = h.lead > 0 ? 0 : area_.y;
@@ -195,7 +195,7 @@ void RowPipeline<T>::read_inputs(int y) {
     for (int i = 0; i < kInputs; ++i) {
         Held& h = held_[i];
         const int x = h.half_width ? region_.x / 2 : region_.x;
-        for (; h.lead >= 0 && h.next <= std::min(y + h.lead, region_.height - 1); ++h.next) {
+        for (; h.lead >= 0 && h.next < region_.height && h.next <= int64_t{y} + h.lead; ++h.next) {
             planes_.input[i]->read(region_.y + h.next, x, h.width, h.line(h.next));
             finish_row(static_cast<Plane>(i), h.next);
         }
@@ -207,12 +207,12 @@ void RowPipeline<T>::run_step(int i, int y) {
     StepState& s = step_[i];
     const Step& step = pipeline_.step(i);
     const Block& block = *step.block;
-    for (; s.next <= std::min(y + s.lead, region_.height - 1); ++s.next) {
+    for (; s.next < region_.height && s.next <= int64_t{y} + s.lead; ++s.next) {
         for (int k = 0; k < block.inputs; ++k) {
             const Held& in = held(step.read(k, pipeline_.variant()));
             const int reach = block.in[k].reach;
             for (int d = -reach; d <= reach; ++d) {
-                s.window[k][d + reach] = in.line(mirror(s.next + d, region_.height));
+                s.window[k][d + reach] = in.line(mirror(int64_t{s.next} + d, region_.height));
             }
             s.rows.in[k] = s.window[k][reach];
         }

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the built library into a scratch prefix and uses it from there, as a project of its own would: through the
-# CMake package (shared and static), through pkg-config, and from Python. PYTHON is `none` to leave that out.
+# CMake package (shared and static), through pkg-config (likewise), and from Python. PYTHON is `none` to leave that out.
 #
 #   installed_examples.sh BUILD_DIR EXAMPLES_DIR SCRATCH_DIR PYTHON
 #
@@ -17,13 +17,20 @@ lib=$(dirname "$(find "$prefix" -name libcmodel.so)")
 
 "$CMAKE" -S "$examples" -B "$scratch/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 "$CMAKE" --build "$scratch/build" >/dev/null
-# shellcheck disable=SC2046,SC2086  # lists of words
-PKG_CONFIG_PATH=$lib/pkgconfig && export PKG_CONFIG_PATH &&
-    "$CC" $CFLAGS -std=c11 "$examples/sharpen.c" $(pkg-config --cflags --libs cmodel) -Wl,-rpath,"$lib" \
-        -o "$scratch/build/sharpen_pkg_config"
+export PKG_CONFIG_PATH="$lib/pkgconfig"
+cc_sharpen() { # OUTPUT PKG_CONFIG_OPTION...
+    output=$1 && shift
+    # shellcheck disable=SC2046,SC2086  # lists of words
+    "$CC" $CFLAGS -std=c11 "$examples/sharpen.c" $(pkg-config "$@" --cflags --libs cmodel) -Wl,-rpath,"$lib" \
+        -o "$scratch/build/$output"
+}
+cc_sharpen sharpen_pkg_config
+cc_sharpen sharpen_pkg_config_static --static
+readelf -d "$scratch/build/sharpen_pkg_config" | grep -q libcmodel.so.1
+! readelf -d "$scratch/build/sharpen_pkg_config_static" | grep libcmodel || exit 1
 
 cd "$scratch/run"
-for program in sharpen sharpen_static sharpen_pkg_config; do
+for program in sharpen sharpen_static sharpen_pkg_config sharpen_pkg_config_static; do
     echo "== $program"
     "$scratch/build/$program"
 done

@@ -1,5 +1,6 @@
 // eetool classic: the classic pipeline over image files.
 #include <cstdio>
+#include <stdexcept>
 
 #include "commands.h"
 #include "ee_hw.h"
@@ -16,16 +17,34 @@ struct Options {
 };
 
 constexpr int kFileType = 2;
+constexpr int kDepth = 8;
+
+struct WrongDepth : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// An image of another depth would run, and give nonsense.
+Frame require_depth(FRAME* image, const std::string& path) {
+    Frame frame(image);
+    if (frame->depth != kDepth) {
+        throw WrongDepth("eetool: " + path + " has " + std::to_string(frame->depth) +
+                         " bits a sample; the block takes " + std::to_string(kDepth));
+    }
+    return frame;
+}
+
+// What the blocks cut is the path of an image, this one's first.
+constexpr size_t kLongestDirectory = sizeof dbg_path - sizeof "/dbg_adptgain_chromawgt_8b.ppm";
 
 Frame read_plane(const std::string& path) {
-    return Frame(CM_ReadPPM5(path.c_str(), kFileType));
+    return require_depth(CM_ReadPPM5(path.c_str(), kFileType), path);
 }
 
 Planes read_colour(const Options& o) {
     if (o.rgb.empty()) {
         return {read_plane(o.y), read_plane(o.cb), read_plane(o.cr)};
     }
-    const Frame rgb(CM_ReadPPM(o.rgb.c_str(), kFileType));
+    const Frame rgb = require_depth(CM_ReadPPM(o.rgb.c_str(), kFileType), o.rgb);
     const Frame ycbcr(CM_RGB2YCbCr(rgb.get()));
     return split_planes(*ycbcr);
 }
@@ -34,6 +53,15 @@ int run(const Options& o) {
     if (o.rgb.empty() && (o.y.empty() || o.cb.empty() || o.cr.empty())) {
         throw CLI::RequiredError("--y, --cb and --cr, or --rgb,");
     }
+    if (!o.debug_dir.empty()) {
+        if (o.debug_dir.size() > kLongestDirectory) {
+            throw CLI::ValidationError("--debug-dir",
+                                       "the path is too long: image names would be cut, which " +
+                                           std::to_string(kLongestDirectory) + " characters leave whole");
+        }
+        std::snprintf(dbg_path, sizeof dbg_path, "%s", o.debug_dir.c_str());
+        dump_dbg_img = 1;
+    }
     FILE* log = nullptr;
     if (!o.log.empty()) {
         log = std::fopen(o.log.c_str(), "a");
@@ -41,12 +69,6 @@ int run(const Options& o) {
             return report_cannot("written", o.log);
         }
         log_add_fp(log, o.log_level);
-    }
-    if (!o.debug_dir.empty()) {
-        if (std::snprintf(dbg_path, sizeof dbg_path, "%s", o.debug_dir.c_str()) >= int{sizeof dbg_path}) {
-            throw CLI::ValidationError("--debug-dir", "the path is too long");
-        }
-        dump_dbg_img = 1;
     }
 
     INIT_EE_REG(o.instance.c_str());
@@ -61,11 +83,13 @@ int run(const Options& o) {
                            ? CM_NewFRAME(kFileType, CM_FORMAT_SINGLE, planes.y->width, planes.y->height, 1, 8)
                            : read_plane(o.mmap).release());
     const Frame sharpened(ee_hw(planes.y.get(), planes.cb.get(), planes.cr.get(), image.get(), motion.get()));
-    CM_WritePPM5(o.out.c_str(), sharpened.get());
-    if (log != nullptr) {
-        std::fclose(log);
+    // A run whose log is not whole has no output.
+    if (log != nullptr && std::ferror(log) != 0) {
+        std::fprintf(stderr, "eetool: %s could not be written whole\n", o.log.c_str());
+        return kCannot;
     }
-    return kOk;
+    CM_WritePPM5(o.out.c_str(), sharpened.get());
+    return log == nullptr || std::fclose(log) == 0 ? kOk : report_cannot("written", o.log);
 }
 
 std::function<int()> declare(CLI::App& app) {
@@ -78,17 +102,18 @@ std::function<int()> declare(CLI::App& app) {
         ->option_text("NAME");
     CLI::Option* const y = app.add_option("--y", o->y, "luma, 8 bits (P5)")->option_text("FILE");
     CLI::Option* const cb =
-        app.add_option("--cb", o->cb, "chroma (P5), half as wide as luma")->option_text("FILE");
+        app.add_option("--cb", o->cb, "chroma, 8 bits (P5), half as wide as luma")->option_text("FILE");
     CLI::Option* const cr =
-        app.add_option("--cr", o->cr, "chroma (P5), half as wide as luma")->option_text("FILE");
-    app.add_option("--rgb", o->rgb, "a colour picture (P6), in place of --y, --cb and --cr")
+        app.add_option("--cr", o->cr, "chroma, 8 bits (P5), half as wide as luma")->option_text("FILE");
+    app.add_option("--rgb", o->rgb, "a colour picture, 8 bits (P6), in place of --y, --cb and --cr")
         ->option_text("FILE")
         ->excludes(y)
         ->excludes(cb)
         ->excludes(cr);
-    app.add_option("--ynr", o->ynr, "noise-reduced luma (P5), which is sharpened; without it luma is")
+    app.add_option("--ynr", o->ynr, "noise-reduced luma, 8 bits (P5), which is sharpened; without it luma is")
         ->option_text("FILE");
-    app.add_option("--mmap", o->mmap, "motion map (P5); without it nothing moves")->option_text("FILE");
+    app.add_option("--mmap", o->mmap, "motion map, 8 bits (P5); without it nothing moves")
+        ->option_text("FILE");
     app.add_option("--out", o->out, "the sharpened luma (P5)")->option_text("FILE (required)")->required();
     CLI::Option* const log = app.add_option("--log", o->log, "log file, appended to")->option_text("FILE");
     app.add_option("--log-level", o->log_level, "least level that is logged, 0 (all) to 5 (fatal)")
@@ -98,7 +123,14 @@ std::function<int()> declare(CLI::App& app) {
     app.add_option("--debug-dir", o->debug_dir, "write debug images to this directory")
         ->option_text("DIR")
         ->check(CLI::ExistingDirectory);
-    return [o] { return run(*o); };
+    return [o] {
+        try {
+            return run(*o);
+        } catch (const WrongDepth& e) {
+            std::fprintf(stderr, "%s\n", e.what());
+            return int{kCannot};
+        }
+    };
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 // The parser itself splits the file and the register block itself stores the values, so both are what a
 // run would see. Lines are told apart by what the parser does with them: it is given one line at a time,
 // and it calls back while that line is the current one.
-#include <ini.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -15,7 +13,10 @@
 #include <vector>
 
 #include "commands.h"
+#include "ee_no_effect.h"
+#include "ee_reg_ini.h"
 #include "ee_reg_table.h"
+#include "fatal.h"
 
 namespace eetool {
 namespace {
@@ -80,9 +81,14 @@ std::string suggest_key(const std::string& key) {
         return "";
     }
     const char* nearest = nullptr;
+    const std::string folded = fold_case(key);
     size_t least = key.size() / 3 + 1;
     for (const cm::RegRow& row : cm::kRegTable) {
-        const size_t distance = edit_distance(fold_case(key), row.key);
+        const std::string known = row.key;
+        if (std::max(known.size(), key.size()) - std::min(known.size(), key.size()) >= least) {
+            continue;  // so many insertions or deletions alone
+        }
+        const size_t distance = edit_distance(folded, known);
         if (distance < least) {
             least = distance;
             nearest = row.key;
@@ -108,15 +114,17 @@ class Checker {
   public:
     explicit Checker(const std::string& instance) { ee_reg_hw_init(&set_, instance.c_str()); }
 
-    // False when the file cannot be read to its end.
+    // False when the file cannot be read to its end; errno says why.
     bool read(FILE* file) {
         file_ = file;
-        const int result = ini_parse_stream(read_line, this, take_key, this);
-        return result >= 0 && std::ferror(file) == 0;
+        const cm::IniResult result = cm::parse_ini(read_line, this, take_key, this);
+        errno = result.error != 0 ? result.error : error_;
+        return errno == 0;
     }
 
-    const std::vector<Finding>& finish() {
-        finish_sections();
+    const std::vector<Finding>& finish(bool complete) {
+        finish_sections(complete);
+        check_effect();
         for (const Curve& curve : kCurves) {
             check_curve(curve);
         }
@@ -124,6 +132,8 @@ class Checker {
                          [](const Finding& a, const Finding& b) { return a.line < b.line; });
         return findings_;
     }
+
+    int unset() const { return unset_; }
 
   private:
     // Knots in, knots out and slopes lie side by side in the table, from `first` on.
@@ -138,6 +148,7 @@ class Checker {
                                         {reg_ee_motion_lut_in_0, true}};
     static constexpr int kKnots = 4;
     static constexpr int kUnitWeight = 128;
+    static constexpr int kMaxSuggestions = 1000;  // each compares a key with all registers
 
     struct Section {
         std::string name;
@@ -150,14 +161,22 @@ class Checker {
 
     // ---- Lines ----
 
-    // The parser's reader: the line before is done with.
+    // The parser's reader, which takes what fgets() would, so that lines with a NUL are counted as well. The
+    // line before is done with.
     static char* read_line(char* buffer, int size, void* user) {
         Checker& self = *static_cast<Checker*>(user);
         self.finish_line();
-        if (std::fgets(buffer, size, self.file_) == nullptr) {
+        int length = 0;
+        for (int c = '\0'; c != '\n' && length + 1 < size && (c = getc_unlocked(self.file_)) != EOF;) {
+            buffer[length++] = static_cast<char>(c);
+        }
+        self.error_ = std::ferror(self.file_) != 0 ? errno : 0;
+        if (length == 0 || self.error_ != 0) {
             return nullptr;
         }
-        self.line_ += self.text_.empty() || self.text_.back() == '\n' ? 1 : 0;
+        buffer[length] = '\0';
+        self.line_ += self.line_ended_ ? 1 : 0;
+        self.line_ended_ = buffer[length - 1] == '\n';
         self.text_ = buffer;
         self.has_key_ = false;
         return buffer;
@@ -165,7 +184,7 @@ class Checker {
 
     // A line that gave no key: blank, a comment, a section header or malformed.
     void finish_line() {
-        const std::string section = line_ == 0 || has_key_ ? "" : parse_header(text_);
+        const std::string section = line_ == 0 || has_key_ ? "" : parse_header(text_, line_ == 1);
         if (section == kMalformed) {
             add(line_, format("this is no section, key or comment and is ignored: %.60s",
                               text_.substr(0, text_.find_last_not_of("\r\n") + 1).c_str()));
@@ -179,15 +198,20 @@ class Checker {
         }
     }
 
-    // Asks the parser what it takes a line for: the section that it opens, none, or kMalformed.
-    static std::string parse_header(const std::string& line) {
+    // Asks the parser what it takes a line for: the section that it opens, none, or kMalformed. Only the
+    // first line of a file may begin with a byte-order mark.
+    static std::string parse_header(const std::string& line, bool is_first) {
         std::string section;
         const auto take_section = [](void* user, const char* name, const char*, const char*) {
             *static_cast<std::string*>(user) = name;
             return 1;
         };
-        const int bad_line = ini_parse_string((line + "\nx=\n").c_str(), take_section, &section);
-        return bad_line != 0 ? kMalformed : section;
+        const std::string text = (is_first ? "" : "\n") + line + "\nx=\n";
+        const cm::IniResult result = cm::parse_ini(text, take_section, &section);
+        if (result.error != 0) {
+            cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
+        }
+        return result.bad_line != 0 ? kMalformed : section;
     }
 
     // ---- Keys ----
@@ -211,7 +235,8 @@ class Checker {
             return;
         }
         if (slot < 0) {
-            add(line_, format("there is no register %s%s", key.c_str(), suggest_key(key).c_str()));
+            const std::string suggestion = suggestions_++ < kMaxSuggestions ? suggest_key(key) : "";
+            add(line_, format("there is no register %s%s", key.c_str(), suggestion.c_str()));
             return;
         }
         ee_reg_hw_load(&set_, section, key.c_str(), value.c_str());
@@ -243,7 +268,7 @@ class Checker {
 
     // ---- The whole file ----
 
-    void finish_sections() {
+    void finish_sections(bool complete) {
         bool found = false;
         for (const Section& section : sections_) {
             found = found || is_ours(section.name);
@@ -264,17 +289,48 @@ class Checker {
             return;
         }
         for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
-            if (line_of_[slot] == 0) {
+            if (line_of_[slot] != 0) {
+                continue;
+            }
+            ++unset_;
+            if (complete) {
                 add(section_end_, format("[%s] ends without %s, which has its default %d", set_.name,
                                          cm::kRegTable[slot].key, cm::kRegTable[slot].def));
             }
         }
     }
 
+    // "KEY = VALUE, ..."; of neighbours that have one value only the ends.
+    std::string list_registers(const std::vector<int>& slots) const {
+        std::string list;
+        for (size_t i = 0; i < slots.size();) {
+            const auto value = [&](size_t k) { return set_.slot[slots[k]].value; };
+            size_t last = i;
+            while (last + 1 < slots.size() && slots[last + 1] == slots[last] + 1 &&
+                   value(last + 1) == value(i)) {
+                ++last;
+            }
+            if (last - i < 2) {
+                last = i;
+            }
+            const std::string range = last > i ? format(" to %s", cm::kRegTable[slots[last]].key) : "";
+            list += format("%s%s%s = %d", list.empty() ? "" : ", ", cm::kRegTable[slots[i]].key,
+                           range.c_str(), value(i));
+            i = last + 1;
+        }
+        return list;
+    }
+
+    void check_effect() {
+        for (const std::vector<int>& slots : cm::find_no_effect(set_)) {
+            add(line_of(slots), "pre_ee_main changes no picture with " + list_registers(slots));
+        }
+    }
+
     // ---- Curves ----
 
     // The line to blame for what two registers have between them: the one that gave the later of them.
-    int line_of(std::initializer_list<int> slots) const {
+    int line_of(const std::vector<int>& slots) const {
         int line = 0;
         for (const int slot : slots) {
             line = std::max(line, line_of_[slot]);
@@ -334,7 +390,11 @@ class Checker {
     std::string section_;  // that it stands in
     std::string last_key_;
     int line_ = 0;
+    bool line_ended_ = true;  // longer lines than the parser takes come in parts
+    int error_ = 0;
+    int suggestions_ = 0;
     int section_end_ = 0;  // last line of the registers' section
+    int unset_ = 0;        // registers that the section lacks
     bool has_key_ = false;
     int line_of_[EE_REG_COUNT] = {};  // that gave the value that holds; 0 for none
     std::vector<Section> sections_;
@@ -343,27 +403,25 @@ class Checker {
 
 }  // namespace
 
-int check_ini(const std::string& path, const std::string& instance) {
-    // A plain load first: it says whether the file can be read, and sets the parser up for long lines.
-    INIT_EE_REG(instance.c_str());
-    if (LOAD_EE_INI(path.c_str()) != 0) {
-        return report_cannot("read", path);
-    }
+int check_ini(const std::string& path, const std::string& instance, bool complete) {
     FILE* const file = std::fopen(path.c_str(), "r");
-    if (file == nullptr) {
-        return report_cannot("read", path);
-    }
     Checker checker(instance);
-    const bool ok = checker.read(file);
+    const bool ok = file != nullptr && checker.read(file);
     const int error = errno;
-    std::fclose(file);
+    if (file != nullptr) {
+        std::fclose(file);
+    }
     if (!ok) {
         errno = error;
         return report_cannot("read", path);
     }
-    const std::vector<Finding>& findings = checker.finish();
+    const std::vector<Finding>& findings = checker.finish(complete);
     for (const Finding& finding : findings) {
         std::printf("%s:%d: %s\n", path.c_str(), finding.line, finding.text.c_str());
+    }
+    if (checker.unset() > 0 && !complete) {
+        std::printf("%s: %d of %d registers are not set and have their defaults\n", path.c_str(),
+                    checker.unset(), EE_REG_COUNT);
     }
     if (findings.empty()) {
         std::printf("%s: all is well\n", path.c_str());

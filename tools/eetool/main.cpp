@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "cmodel_version.h"
 #include "commands.h"
 #include "fatal.h"
 
@@ -39,14 +40,19 @@ Planes split_planes(const FRAME& ycbcr) {
 
 }  // namespace eetool
 
+// Ahead of the static objects of the command-line parser, which take memory.
+[[gnu::constructor(101)]] static void prepare() {
+    cm::prepare_program();
+}
+
 int main(int argc, char** argv) {
     using eetool::Command;
     const Command* const commands[] = {&eetool::kClassic, &eetool::kIni, &eetool::kPattern};
 
-    cm::prepare_program();
     log_set_quiet(true);
     CLI::App app("Companion of the edge-enhancement model.", "eetool");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "eetool " CMODEL_VERSION " (commit " CMODEL_COMMIT ")");
     app.footer("eetool SUBCOMMAND --help shows its options and an example.");
     std::vector<std::pair<CLI::App*, std::function<int()>>> entries;
     for (const Command* const command : commands) {

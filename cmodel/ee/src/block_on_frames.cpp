@@ -20,15 +20,15 @@ class WindowReader {
         source_ = &source;
         plain_ = plain;
         how_ = how;
-        width_ = how.half_width ? (width + 1) / 2 : width;
+        width_ = how.half_width ? half_up(width) : width;
         lines_ = 2 * how.reach + 1;
         for (int k = 0; k < lines_; ++k) {
-            samples_[k] = memory.take<T>(static_cast<size_t>(width_ + 2 * kMaxReach));
+            samples_[k] = memory.take<T>(static_cast<size_t>(width_) + 2 * kMaxReach);
             held_[k] = -1;
         }
     }
 
-    const T* const* around(int y) {
+    const T* const* around(int64_t y) {
         if constexpr (std::is_same_v<T, int32_t>) {
             if (plain_ != nullptr) {
                 const size_t own_y = static_cast<size_t>(mirror(y, source_->height()));
@@ -37,7 +37,7 @@ class WindowReader {
             }
         }
         for (int k = 0; k < lines_; ++k) {
-            const int own_y = mirror(int64_t{y} + k - how_.reach, source_->height());
+            const int own_y = mirror(y + k - how_.reach, source_->height());
             T* const samples = samples_[own_y % lines_];
             if (held_[own_y % lines_] != own_y) {
                 read(own_y, samples);
@@ -54,7 +54,7 @@ class WindowReader {
         source_->read(y, 0, width_, samples + kMaxReach);
         for (int k = 1; k <= kMaxReach && how_.padded; ++k) {
             source_->read(y, mirror(-k, source_->width()), 1, samples + kMaxReach - k);
-            source_->read(y, int64_t{width_} - 1 + k, 1, samples + kMaxReach + width_ - 1 + k);
+            source_->read(y, int64_t{width_} - 1 + k, 1, samples + int64_t{kMaxReach} + width_ - 1 + k);
         }
     }
 
@@ -71,7 +71,7 @@ class WindowReader {
 // The block on all rows. `sources` are the inputs, or what they count as while the block is off.
 template <typename T>
 int64_t run_rows(const Block& block, const void* config, const RowSource* const* sources,
-                 const FRAME* const* plain, std::initializer_list<FrameOutput> out, int width, int height,
+                 const FRAME* const* plain, std::initializer_list<FrameOutput> out, int width, int64_t height,
                  Memory& memory) {
     WindowReader<T> windows[kMostInputs];
     int64_t events = 0;
@@ -87,9 +87,9 @@ int64_t run_rows(const Block& block, const void* config, const RowSource* const*
     }
     int32_t* const wide_row = memory.take<int32_t>(static_cast<size_t>(width));
     if (memory.failed()) {
-        fatal(kExitFile, "Unable to allocate memory\n");
+        fail_without_memory();
     }
-    for (int y = 0; y < height; ++y) {
+    for (int64_t y = 0; y < height; ++y) {
         for (int i = 0; i < block.inputs; ++i) {
             rows.window[i] = windows[i].around(y);
             rows.in[i] = windows[i].current();
@@ -131,7 +131,7 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
         block.configure(config, registers, setup);
     }
     if (memory.failed()) {
-        fatal(kExitFile, "Unable to allocate memory\n");
+        fail_without_memory();
     }
 
     std::optional<FrameSource> frames[kMostInputs];
@@ -154,7 +154,7 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
         narrow = narrow && sources[i]->within(-block.narrow_bound, block.narrow_bound);
     }
     const auto run = narrow ? run_rows<int16_t> : run_rows<int32_t>;
-    const int64_t events = run(block, config, sources, plain, out, width, height + extra_rows, memory);
+    const int64_t events = run(block, config, sources, plain, out, width, int64_t{height} + extra_rows, memory);
 
     BlockReport report{
         global_log(), dump_dbg_img != 0 ? dbg_path : nullptr, tag, in.begin()->frame->depth, events, {}, {}};
@@ -168,6 +168,8 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
             output.frame != nullptr ? &results[k].emplace(*output.frame, output.channel) : nullptr;
     }
     block.report(config, report);
+} catch (const std::bad_alloc&) {  // of the images
+    fail_without_memory();
 }
 
 }  // namespace cm

@@ -35,11 +35,16 @@ inline constexpr int32_t kChromaMid = 128;   // no colour
 // Columns that a block works on at a time where it keeps something between two loops; it stays in the cache.
 inline constexpr int kTile = 512;
 
+// Columns from x0 on to the end of the tile, or of the row.
+constexpr CM_INLINE int tile_at(int64_t x0, int width) {
+    return static_cast<int>(width - x0 < kTile ? width - x0 : kTile);
+}
+
 // Calls done(x0, count) for one tile of a row after another.
 template <typename Do>
 CM_INLINE void for_each_tile(int width, Do done) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        done(x0, width - x0 < kTile ? width - x0 : kTile);
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        done(x0, tile_at(x0, width));
     }
 }
 

@@ -47,7 +47,7 @@ struct CalcCore {
         T* const level = rows.out[0];
         T moving_level[kTile];
         T share[kTile];
-        for_each_tile(rows.width, [&](int x0, int tile) {
+        for_each_tile(rows.width, [&](int64_t x0, int tile) {
             curve_row(brightness + x0, level + x0, tile, still);
             curve_row(brightness + x0, moving_level, tile, moving);
             curve_row(motion + x0, share, tile, weight);

@@ -20,8 +20,8 @@ constexpr SymmetricKernel<3> kMfKernel = {{
 
 CM_ROW_TEMPLATE(classic_delta_row, (const T* const* rows, T* __restrict mf, T* __restrict hf, int width),
                 (rows, mf, hf, width)) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = tile_at(x0, width);
         const FoldedRows<3, kTile> folded(rows, x0, tile);
         for (int i = 0; i < tile; ++i) {
             mf[x0 + i] = static_cast<T>(shift_magnitude(folded.sum(kMfKernel, i), kShift, kDeltaMax));

@@ -42,7 +42,7 @@ struct CalcDeltaGain {
         int32_t histogram[256] = {};
         int32_t row[kTile];
         for (int y = 0; y < range.height(); ++y) {
-            for_each_tile(range.width(), [&](int x0, int tile) {
+            for_each_tile(range.width(), [&](int64_t x0, int tile) {
                 range.read(y, x0, tile, row);
                 std::for_each(row, row + tile, [&](int32_t v) {
                     if (v >= 0 && v <= 255) {

@@ -94,8 +94,8 @@ CM_ROW_TEMPLATE(chroma_compute_row,
                 (cb, cr, gain, width, c)) {
     int32_t hue[kTile];
     int32_t amplitude[kTile];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = tile_at(x0, width);
         for (int i = 0; i < tile; ++i) {
             const int32_t a = Wrap(cb[x0 + i]) - kChromaMid;
             const int32_t b = Wrap(cr[x0 + i]) - kChromaMid;

@@ -29,7 +29,7 @@ CM_ROW_TEMPLATE(view_row, (const T* in, T* __restrict out, int width, const Debu
 
 CM_ROW_FUNCTION(sign_pixels_row, (const int32_t* delta, uint8_t* __restrict pixels, int width),
                 (delta, pixels, width)) {
-    for (int x = 0; x < width; ++x) {
+    for (int64_t x = 0; x < width; ++x) {
         pixels[3 * x] = static_cast<uint8_t>(clamp32(delta[x], 0, 255));
         pixels[3 * x + 1] = static_cast<uint8_t>(-clamp32(delta[x], -255, 0));
         pixels[3 * x + 2] = 0;

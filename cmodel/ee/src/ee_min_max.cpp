@@ -15,11 +15,11 @@ constexpr int kMinStart = 255;
 
 // Separable: extremes of each column of 2R+1 rows, then of 2R+1 neighbouring columns.
 template <int R, typename T>
-CM_INLINE void min_max_tile(const T* const* rows, int x0, int tile, T* __restrict max, T* __restrict min) {
+CM_INLINE void min_max_tile(const T* const* rows, int64_t x0, int tile, T* __restrict max, T* __restrict min) {
     T column_max[kTile + 2 * R];
     T column_min[kTile + 2 * R];
     for (int i = 0; i < tile + 2 * R; ++i) {
-        const int x = x0 + i - R;
+        const int64_t x = x0 + i - R;
         T hi = rows[0][x];
         T lo = rows[0][x];
         for (int k = 1; k <= 2 * R; ++k) {
@@ -42,14 +42,14 @@ CM_INLINE void min_max_tile(const T* const* rows, int x0, int tile, T* __restric
 }
 
 CM_ROW_TEMPLATE(min_max_5x5_row, (const T* const* rows, T* max, T* min, int width), (rows, max, min, width)) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        min_max_tile<2>(rows, x0, std::min(kTile, width - x0), max, min);
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        min_max_tile<2>(rows, x0, tile_at(x0, width), max, min);
     }
 }
 
 CM_ROW_TEMPLATE(min_max_3x3_row, (const T* const* rows, T* max, T* min, int width), (rows, max, min, width)) {
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        min_max_tile<1>(rows, x0, std::min(kTile, width - x0), max, min);
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        min_max_tile<1>(rows, x0, tile_at(x0, width), max, min);
     }
 }
 

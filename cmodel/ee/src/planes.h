@@ -44,6 +44,16 @@ constexpr const PlaneRow& row_of(Plane plane) {
     return kPlaneTable[index_of(plane)];
 }
 
+// Bits of an input's samples that the blocks take.
+struct DepthRange {
+    int least, greatest;
+};
+constexpr DepthRange depths_of_input(int input) {
+    return input == index_of(Plane::y)         ? DepthRange{8, 12}
+           : input == index_of(Plane::yfusion) ? DepthRange{8, 20}
+                                               : DepthRange{8, 8};
+}
+
 // What reg_ee_debug_mode shows in place of the sharpened luma.
 struct DebugView {
     int mode;

@@ -66,7 +66,7 @@ CM_INLINE void find_extremes(const T* row, int width, T& low, T& high) {
 
 // Sum of magnitudes over the (2R+1)x(2R+1) window: down each column, then across.
 template <int R, typename T>
-CM_INLINE void sum_box(const T* const* rows, int x0, typename LaneOf<T>::Sum* __restrict out, int tile) {
+CM_INLINE void sum_box(const T* const* rows, int64_t x0, typename LaneOf<T>::Sum* __restrict out, int tile) {
     using Column = typename LaneOf<T>::Column;
     Column column[kTile + 2 * R];
     for (int i = 0; i < tile + 2 * R; ++i) {
@@ -90,7 +90,7 @@ CM_INLINE void sum_box(const T* const* rows, int x0, typename LaneOf<T>::Sum* __
 }
 
 template <typename T>
-CM_INLINE void sum_box(const T* const* rows, int x0, int radius, typename LaneOf<T>::Sum* out, int tile) {
+CM_INLINE void sum_box(const T* const* rows, int64_t x0, int radius, typename LaneOf<T>::Sum* out, int tile) {
     switch (radius) {
         case 0:
             sum_box<0>(rows, x0, out, tile);
@@ -131,7 +131,7 @@ struct TapRun {
 
 // All ones where a pixel lies on a line, along its column or its row.
 template <int L, typename T>
-CM_INLINE void find_lines(const T* const* window, int x0, int32_t* __restrict line, int tile,
+CM_INLINE void find_lines(const T* const* window, int64_t x0, int32_t* __restrict line, int tile,
                           const Factor<typename LaneOf<T>::Sum>& shared_factor) {
     const Factor<typename LaneOf<T>::Sum> factor = shared_factor;
     const T* rows[2 * kFlatReach + 1];
@@ -154,7 +154,7 @@ CM_INLINE void find_lines(const T* const* window, int x0, int32_t* __restrict li
 }
 
 template <typename T>
-CM_INLINE void find_lines(const T* const* window, int x0, int half_length, int32_t* line, int tile,
+CM_INLINE void find_lines(const T* const* window, int64_t x0, int half_length, int32_t* line, int tile,
                           const Factor<typename LaneOf<T>::Sum>& factor) {
     switch (half_length) {
         case 0:

@@ -20,7 +20,7 @@ constexpr SymmetricKernel<2> kMfKernel = {{
 
 // Kernel sums, before the normalising shift.
 template <typename T>
-CM_INLINE void sum_tile(const T* const* rows, int x0, int tile, int32_t* __restrict mf,
+CM_INLINE void sum_tile(const T* const* rows, int64_t x0, int tile, int32_t* __restrict mf,
                         int32_t* __restrict hf) {
     const FoldedRows<2, kTile> folded(rows, x0, tile);
     for (int i = 0; i < tile; ++i) {
@@ -50,8 +50,8 @@ CM_ROW_TEMPLATE(delta_row, (const T* const* rows, T* mf, T* hf, T* mf_over, T* h
                 (rows, mf, hf, mf_over, hf_over, width, shift)) {
     int32_t mf_sum[kTile];
     int32_t hf_sum[kTile];
-    for (int x0 = 0; x0 < width; x0 += kTile) {
-        const int tile = width - x0 < kTile ? width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < width; x0 += kTile) {
+        const int tile = tile_at(x0, width);
         sum_tile(rows, x0, tile, mf_sum, hf_sum);
         normalise_tile(mf_sum, mf + x0, tile, shift);
         normalise_tile(hf_sum, hf + x0, tile, shift);

@@ -104,8 +104,8 @@ CM_ROW_TEMPLATE(flat_det_row, (const BlockRows<T>& rows, const FlatDetConfig<T>&
     const bool has_bright = high >= c.dark_luma_thr && high >= c.bright_luma_thr;
     const int bands = rows.out[2] != nullptr ? 2 : 1;
     Evidence<T> evidence;
-    for (int x0 = 0; x0 < rows.width; x0 += kTile) {
-        const int tile = rows.width - x0 < kTile ? rows.width - x0 : kTile;
+    for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
+        const int tile = tile_at(x0, rows.width);
         if (has_dark) {
             sum_box(rows.window[1], x0, c.dark_radius, evidence.dark_luma, tile);
         }
@@ -160,7 +160,7 @@ struct FlatDet {
         };
         write_rows(path, PnmKind::kColour, texture.width(), texture.height(), 8, [&](int y, uint8_t* pixels) {
             int16_t row[kTile];
-            for_each_tile(texture.width(), [&](int x0, int tile) {
+            for_each_tile(texture.width(), [&](int64_t x0, int tile) {
                 texture.read(y, x0, tile, row);
                 for (int i = 0; i < tile; ++i) {
                     std::copy_n(kColours[row[i]], 3, pixels + 3 * (x0 + i));

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "common.h"
 #include "ee_reg.h"
@@ -81,6 +82,15 @@ const cm::RowSource& plane(const cm::InputPlanes& planes, cm::Plane which) {
     return *planes[cm::index_of(which)];
 }
 
+// Samples of a depth that the block does not take are used all the same, as they are.
+void warn_about_depth(const char* name, int depth, const cm::DepthRange& takes) {
+    if (depth < takes.least || depth > takes.greatest) {
+        const std::string range = takes.least == takes.greatest ? "" : std::to_string(takes.least) + " to ";
+        log_log(LOG_WARN, cm::at::kPlaneDepth.source, cm::at::kPlaneDepth.line,
+                "%s has %d bits a sample; the block takes %s%d", name, depth, range.c_str(), takes.greatest);
+    }
+}
+
 // Chroma is meant to have half the luma's width, rounded either way, and its height.
 void warn_about_chroma_size(const cm::InputPlanes& planes) {
     const cm::RowSource& luma = plane(planes, cm::Plane::y);
@@ -88,13 +98,27 @@ void warn_about_chroma_size(const cm::InputPlanes& planes) {
     const cm::RowSource& cr = plane(planes, cm::Plane::cr);
     const auto is_half = [&](const cm::RowSource& chroma) {
         return chroma.height() == luma.height() &&
-               (chroma.width() == luma.width() / 2 || chroma.width() == (luma.width() + 1) / 2);
+               (chroma.width() == luma.width() / 2 || chroma.width() == cm::half_up(luma.width()));
     };
     if (!is_half(cb) || !is_half(cr)) {
         log_log(LOG_WARN, cm::at::kChromaSize.source, cm::at::kChromaSize.line,
                 "chroma is not half as wide as luma: Y is %dx%d, Cb %dx%d, Cr %dx%d; "
                 "columns and rows outside are reflected",
                 luma.width(), luma.height(), cb.width(), cb.height(), cr.width(), cr.height());
+    }
+}
+
+// The blocks cut the path of a debug image where its buffer ends, so that several images may go to one file.
+void warn_about_image_names(char** argv) {
+    const bool fused = cm::reg_value(reg_ee_texture_mode) == 1;
+    const char* const longest = fused ? "Yfusion_dbg_delta_MF_over_8b.ppm" : "dbg_adptgain_chromawgt_8b.ppm";
+    const size_t fitting = sizeof dbg_path - 1 - std::strlen("/") - std::strlen(longest);
+    const size_t length = std::strlen(argv[kDbgPath]);
+    if (dump_dbg_img != 0 && length > fitting) {
+        log_log(LOG_WARN, cm::at::kImageNames.source, cm::at::kImageNames.line,
+                "the debug directory's path has %zu characters: paths of debug images are cut at %zu, and "
+                "images may replace each other; up to %zu leave them whole",
+                length, sizeof dbg_path - 1, fitting);
     }
 }
 
@@ -116,6 +140,7 @@ void write_copy(const cm::RowSource& luma, char** argv) {
 }
 
 void sharpen(const cm::InputPlanes& planes, cm::PlaneMemory& memory, char** argv) {
+    warn_about_image_names(argv);
     cm::check_pre_ee_planes(planes);
     const cm::RowSource& luma = plane(planes, cm::Plane::y);
     const size_t width = static_cast<size_t>(luma.width());
@@ -147,6 +172,12 @@ void run_ycbcr(char** argv) {
     if (!cm::block_enabled()) {
         write_copy(plane(planes, cm::Plane::y), argv);
         return;
+    }
+    static constexpr const char* kNames[cm::kInputs] = {"Y_in", "Cb_in", "Cr_in", "src_ynr", "mmap_pix", "Yfusion"};
+    for (int i = 0; i < cm::kInputs; ++i) {
+        if (i != cm::index_of(cm::Plane::yfusion) || cm::reg_value(reg_ee_texture_mode) == 1) {
+            warn_about_depth(kNames[i], planes[i]->depth(), cm::depths_of_input(i));
+        }
     }
     warn_about_chroma_size(planes);
     sharpen(planes, memory, argv);
@@ -183,6 +214,8 @@ void run_rgb(char** argv) {
         write_copy(y, argv);
         return;
     }
+    warn_about_depth("Y_in", rgb.depth, {8, 8});  // its luma is what gets sharpened
+    warn_about_depth("mmap_pix", motion.depth, {8, 8});
     sharpen(planes, memory, argv);
 }
 

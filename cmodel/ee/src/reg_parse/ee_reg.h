@@ -3,7 +3,8 @@
  *
  * One global block holds the 193 hardware registers and an empty software set. Each register is a
  * small bit field with a default and an INI key; its slot name is the key itself. Call
- * INIT_EE_REG() before anything reads the block; the blocks only read it.
+ * INIT_EE_REG() before anything reads the block; until then all its bytes are 0, which is a block that is
+ * off. The blocks only read it.
  * This header compiles as C11 and as C++20.
  */
 #ifndef CMODEL_EE_REG_H
@@ -29,7 +30,7 @@ enum EeRegSlot {
 /* One register. */
 typedef struct EE_REG_SLOT {
     int32_t value;   /* reduced to its field; signed fields sign-extended */
-    const char* key; /* INI key, static */
+    const char* key; /* INI key, static; null before the init */
     uint32_t is_set; /* 1 once a load has given a value */
 } EE_REG_SLOT;
 
@@ -58,8 +59,8 @@ CM_API int ee_reg_sw_init(EE_REG_SW* set, const char* ins_name);
 /* Fills ee_reg from the section of the INI file that bears its name, then logs at ERROR every
  * register that no load has set since the init. Values are reduced to their field; unknown keys,
  * malformed lines and other sections are accepted. Returns 0, or 1 when there is no such file that
- * can be read (one DEBUG record; the registers stay as they are). A read error half-way, or no
- * memory, ends the program with status 1 and a message. */
+ * can be read (one DEBUG record; the registers stay as they are). A read error half-way, no memory
+ * or no free descriptor ends the program with status 1 and a message. */
 CM_API int LOAD_EE_INI(const char* path);
 
 /* The parser's handler: `user` is the EE_REG. Always returns 1. */
@@ -73,9 +74,11 @@ CM_API int ee_reg_hw_print(const EE_REG_HW* set);
 CM_API int ee_reg_sw_print(const EE_REG_SW* set);
 
 /* Writes the block into the INI file at `path`: each set's own section is replaced in place (or
- * appended), every other line stays. Works through "PATH.temp". Returns 0, or -1 and an ERROR
- * record: the target is as it was when it or the work file cannot be opened; when the disk fills up
- * while the target is written back, its whole text stays in the work file. */
+ * appended), every other line stays. The sets are written one after the other, each through
+ * "PATH.temp", so one caller at a time dumps to a path. Returns 0, or -1 and an ERROR record when a
+ * set could not be written: a file that cannot be read, a right or memory that lacks leave the target
+ * as that set found it; when the disk fills up while the target is written back, its whole text
+ * stays in the work file. */
 CM_API int DUMP_EE_INI(const char* path);
 CM_API int DUMP_EE_HW_INI(const char* path);
 CM_API int DUMP_EE_SW_INI(const char* path);

@@ -1,6 +1,10 @@
 // Operations on the hardware register set; each walks the table once, in slot order.
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
+#include <string_view>
 
 #include "ee_reg_name.h"
 #include "ee_reg_table.h"
@@ -14,6 +18,15 @@ int32_t parse_value(const char* text) {
     return static_cast<int32_t>(std::strtol(text, nullptr, 10));
 }
 
+// Slots in the order of their keys.
+constexpr auto kSlotsByKey = [] {
+    std::array<int, EE_REG_COUNT> slots{};
+    std::iota(slots.begin(), slots.end(), 0);
+    std::sort(slots.begin(), slots.end(),
+              [](int a, int b) { return std::string_view(cm::kRegTable[a].key) < cm::kRegTable[b].key; });
+    return slots;
+}();
+
 // What print and dump show: the register's own bits, sign-extended if it is signed.
 long shown_value(const EE_REG_HW* set, int slot) {
     const cm::RegRow& row = cm::kRegTable[slot];
@@ -22,13 +35,12 @@ long shown_value(const EE_REG_HW* set, int slot) {
 
 }  // namespace
 
+// Keeps nothing between calls: threads may load sets of their own.
 int cm::find_register(std::string_view key) {
-    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
-        if (kRegTable[slot].key == key) {
-            return slot;
-        }
-    }
-    return -1;
+    const auto found = std::lower_bound(kSlotsByKey.begin(), kSlotsByKey.end(), key, [](int slot, std::string_view k) {
+        return kRegTable[slot].key < k;
+    });
+    return found != kSlotsByKey.end() && kRegTable[*found].key == key ? *found : -1;
 }
 
 int ee_reg_hw_init(EE_REG_HW* set, const char* ins_name) {

@@ -46,8 +46,8 @@ constexpr int32_t reduce_to_field(int32_t value, int bits, bool is_signed) {
     return static_cast<int32_t>((field ^ sign) - sign);
 }
 
-// The register file's definition lines have gaps among the first fourteen slots.
-constexpr int definition_line(int slot) {
+// Each register has its own log line, which stays; there are gaps among the first fourteen slots.
+constexpr int log_line(int slot) {
     return slot < 2    ? slot + 10
            : slot < 3  ? 17
            : slot < 8  ? slot + 16
@@ -58,7 +58,7 @@ constexpr int definition_line(int slot) {
 
 inline constexpr RegRow kRegTable[] = {
 #define REG(key, bits, is_signed, def, group, place, followers, meaning) \
-    {#key, bits, is_signed, def, definition_line(key), group, place, followers, meaning},
+    {#key, bits, is_signed, def, log_line(key), group, place, followers, meaning},
 #include "ee_reg_hw_def.inc"
 #undef REG
 };
