@@ -8,7 +8,8 @@ set(CMODEL_PUBLIC_HEADERS
     cmodel/common/common.h
     cmodel/ee/src/ee_hw.h
     cmodel/ee/src/reg_parse/ee_reg.h
-    cmodel/pre_ee/src/pre_ee_hw.h)
+    cmodel/pre_ee/src/pre_ee_hw.h
+    cmodel/model/cmodel.h)
 list(TRANSFORM CMODEL_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
 
 # Of libcmodel.so only the C names stay visible; templates of the C++ library are not hidden by the compiler.

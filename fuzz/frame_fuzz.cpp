@@ -206,14 +206,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t pixels = size_t{luma.width} * luma.height;
     std::vector<uint8_t> bytes(pixels);
     if (!classic) {
-        const cm::PackedSource grey[kInputs] = {cm::PackedSource(packed[kY]),     cm::PackedSource(packed[kCb]),
-                                                cm::PackedSource(packed[kCr]),    cm::PackedSource(packed[kImage]),
-                                                cm::PackedSource(packed[kMotion]), cm::PackedSource(packed[kFusion])};
+        const cm::PackedSource grey[kInputs] = {
+            cm::PackedSource(packed[kY]),      cm::PackedSource(packed[kCb]),
+            cm::PackedSource(packed[kCr]),     cm::PackedSource(packed[kImage]),
+            cm::PackedSource(packed[kMotion]), cm::PackedSource(packed[kFusion])};
         const cm::PackedChannelSource red(packed[kY], 0), green(packed[kY], 1), blue(packed[kY], 2);
         using cm::ColourSource;
         const ColourSource y(red, green, blue, ColourSource::kLuma), cb(red, green, blue, ColourSource::kCb),
             cr(red, green, blue, ColourSource::kCr);
-        cm::InputPlanes rows = {&grey[kY], &grey[kCb], &grey[kCr], &grey[kImage], &grey[kMotion], &grey[kFusion]};
+        cm::InputPlanes rows = {&grey[kY],     &grey[kCb],     &grey[kCr],
+                                &grey[kImage], &grey[kMotion], &grey[kFusion]};
         if (rgb) {
             rows[kY] = rows[kImage] = &y;
             rows[kCb] = &cb;

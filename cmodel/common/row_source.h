@@ -139,7 +139,9 @@ class ConstantSource : public RowSource {
   public:
     ConstantSource(int width, int height, int depth, int32_t value)
         : RowSource(width, height, depth), value_(value) {}
-    bool within(int32_t low, int32_t high, const Area&) const override { return value_ >= low && value_ <= high; }
+    bool within(int32_t low, int32_t high, const Area&) const override {
+        return value_ >= low && value_ <= high;
+    }
 
   private:
     void read_inside(int, int, int count, int32_t* dst) const override { std::fill_n(dst, count, value_); }

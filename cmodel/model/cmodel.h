@@ -1,14 +1,15 @@
 /*
- * The model as an object: registers, planes and messages of its own, no files unless asked for, no global state.
+ * The model as an object: registers, planes and messages of its own, no files unless asked for, no global
+ * state.
  *
- * A model is made for one pipeline, given registers and planes, and run: on a whole frame or on any rectangle of
- * one. Samples stay the caller's; inputs, output and wanted stages are read and written in place. Every call that
- * can fail returns a negative number then, changes nothing that the caller sees but where it says so, and leaves a
- * text in cmodel_error(). No call ends the process, waits, or writes to standard output or error; a model that
- * failed works on.
+ * A model is made for one pipeline, given registers and planes, and run: on a whole frame or on any rectangle
+ * of one. Samples stay the caller's; inputs, output and wanted stages are read and written in place. Every
+ * call that can fail returns a negative number then, changes nothing that the caller sees but where it says
+ * so, and leaves a text in cmodel_error(). No call ends the process, waits, or writes to standard output or
+ * error; a model that failed works on.
  *
- * Two models share nothing that changes, so each may run in a thread of its own. One model is used by one thread at
- * a time. This header compiles as C11 and as C++20.
+ * Two models share nothing that changes, so each may run in a thread of its own. One model is used by one
+ * thread at a time. This header compiles as C11 and as C++20.
  *
  *     cmodel* m;
  *     cmodel_new("pre_ee", &m);
@@ -35,27 +36,31 @@
 extern "C" {
 #endif
 
-/* A number that changes with the binary interface: compare it with cmodel_abi() of the library that was loaded. */
+/* A number that changes with the binary interface: compare it with cmodel_abi() of the library that was
+ * loaded. */
 #define CMODEL_ABI 1
 CMODEL_API int cmodel_abi(void);
 
-/* Version and commit, "1.0.0 (0123abc)"; static. */
+/* Version and commit, "1.0.0 (commit 0123456789ab)"; static. */
 CMODEL_API const char* cmodel_version(void);
 
 /* What calls return when they fail. */
 enum {
-    CMODEL_BAD_ARGUMENT = -1, /* a name, size, type, depth or value that cannot be; null where something must be */
+    CMODEL_BAD_ARGUMENT =
+        -1, /* a name, size, type, depth or value that cannot be; null where something must be */
     CMODEL_NO_MEMORY = -2,
-    CMODEL_NOT_READY = -3, /* a run without what its setting needs: a plane that is not bound, sizes that differ */
-    CMODEL_BAD_FILE = -4   /* a file that cannot be read to its end */
+    CMODEL_NOT_READY =
+        -3, /* a run without what its setting needs: a plane that is not bound, sizes that differ */
+    CMODEL_BAD_FILE = -4 /* a file that cannot be read to its end */
 };
 
 /* ---- Models -------------------------------------------------------------------------------- */
 
 typedef struct cmodel cmodel;
 
-/* Makes a model for "pre_ee" or "classic", every register at its default, into *model, which the caller frees with
- * cmodel_free(). Returns 0, or a negative number and null in *model: CMODEL_BAD_ARGUMENT for another name. */
+/* Makes a model for "pre_ee" or "classic", every register at its default, into *model, which the caller frees
+ * with cmodel_free(). Returns 0, or a negative number and null in *model: CMODEL_BAD_ARGUMENT for another
+ * name. */
 CMODEL_API int cmodel_new(const char* pipeline, cmodel** model);
 
 /* Frees a model; null is left alone. Planes that were bound stay the caller's. */
@@ -64,13 +69,16 @@ CMODEL_API void cmodel_free(cmodel* model);
 /* What went wrong in the last call that failed, as one line; "" before any did. Valid until the next call. */
 CMODEL_API const char* cmodel_error(const cmodel* model);
 
-/* Records of runs (a curve above its unit, the texture mode, ...) go to `log`, as levels 0 (trace) to 5 (fatal) and
- * one line of text that is valid during the call. It must not call into the model. Null: nowhere, as at the start. */
-CMODEL_API void cmodel_set_log(cmodel* model, void (*log)(void* user, int level, const char* text), void* user);
+/* Records of runs (a curve above its unit, the texture mode, ...) go to `log`, as levels 0 (trace) to 5
+ * (fatal) and one line of text that is valid during the call. It must not call into the model. Null: nowhere,
+ * as at the start. */
+CMODEL_API void cmodel_set_log(cmodel* model, void (*log)(void* user, int level, const char* text),
+                               void* user);
 
 /* ---- Registers ----------------------------------------------------------------------------- */
 
-/* Sets a register by its key. Returns 0, or CMODEL_BAD_ARGUMENT for an unknown key or a value outside the field. */
+/* Sets a register by its key. Returns 0, or CMODEL_BAD_ARGUMENT for an unknown key or a value outside the
+ * field. */
 CMODEL_API int cmodel_set(cmodel* model, const char* key, int32_t value);
 CMODEL_API int cmodel_get(cmodel* model, const char* key, int32_t* value);
 
@@ -79,17 +87,18 @@ CMODEL_API int cmodel_reset(cmodel* model);
 CMODEL_API int cmodel_copy_registers(cmodel* model, const cmodel* from);
 
 /* Takes the registers of section [eeINSTANCE] from an INI file, or from a text of `size` bytes, as a run of
- * pre_ee_main does; `instance` null or "NULL" is section [ee]. Registers that the section does not set stay as they
- * are. Returns how many findings there are: lines that are ignored, keys that do not exist, values that do not fit
- * and what becomes of them, a missing section. A failure changes no register. */
+ * pre_ee_main does; `instance` null or "NULL" is section [ee]. Registers that the section does not set stay
+ * as they are. Returns how many findings there are: lines that are ignored, keys that do not exist, values
+ * that do not fit and what becomes of them, a missing section. A failure changes no register. */
 CMODEL_API int cmodel_load_ini(cmodel* model, const char* path, const char* instance);
 CMODEL_API int cmodel_load_ini_text(cmodel* model, const char* text, size_t size, const char* instance);
 
-/* Finding number `index` (from 0) of the last load, "LINE: text"; null beyond the last. Valid until the next load. */
+/* Finding number `index` (from 0) of the last load, "LINE: text"; null beyond the last. Valid until the next
+ * load. */
 CMODEL_API const char* cmodel_finding(const cmodel* model, int index);
 
-/* All registers as an INI section into text[0 .. size-1], cut there and always ended by a 0 if size > 0. Returns the
- * length of the whole text without the 0, whatever fitted. */
+/* All registers as an INI section into text[0 .. size-1], cut there and always ended by a 0 if size > 0.
+ * Returns the length of the whole text without the 0, whatever fitted. */
 CMODEL_API int cmodel_dump_ini(cmodel* model, const char* instance, char* text, size_t size);
 
 /* ---- Planes -------------------------------------------------------------------------------- */
@@ -105,25 +114,26 @@ typedef struct cmodel_plane {
     int height; /* rows, at least 1 */
     ptrdiff_t row_stride;
     ptrdiff_t step;
-    int depth; /* bits of an input's samples; samples beyond them count as they are. Outputs and stages: any value */
+    int depth; /* bits of an input's samples; samples beyond them count as they are. Outputs and stages: any
+                  value */
 } cmodel_plane;
 
 /* Binds an input, to be read by runs until another is bound; null unbinds it.
  *     "y"                      luma that the picture is measured on, 8 to 12 bits
  *     "cb", "cr"               chroma, half as wide as luma (rounded either way), 8 bits
- *     "red", "green", "blue"   in place of y, cb and cr: converted, every second column's chroma taken; 8 bits
- *     "ynr"                    noise-reduced luma, which is sharpened, 8 bits; without it luma itself, if it has 8
- *     "mmap"                   motion map, 8 bits; without it nothing moves
- *     "yfusion"                fused luma, 8 to 20 bits; texture mode 1 needs it, else it is not read
- * The record is copied, the samples are not. */
+ *     "red", "green", "blue"   in place of y, cb and cr: converted, every second column's chroma taken; 8
+ * bits "ynr"                    noise-reduced luma, which is sharpened, 8 bits; without it luma itself, if it
+ * has 8 "mmap"                   motion map, 8 bits; without it nothing moves "yfusion"                fused
+ * luma, 8 to 20 bits; texture mode 1 needs it, else it is not read The record is copied, the samples are not.
+ */
 CMODEL_API int cmodel_bind_input(cmodel* model, const char* name, const cmodel_plane* plane);
 
-/* Binds the output, of luma's size: 0..255 (of luma's depth while the block is off). A run without one is fine if a
- * stage is bound. It may overlap neither an input nor a stage. */
+/* Binds the output, of luma's size: 0..255 (of luma's depth while the block is off). A run without one is
+ * fine if a stage is bound. It may overlap neither an input nor a stage. */
 CMODEL_API int cmodel_bind_output(cmodel* model, const cmodel_plane* plane);
 
-/* Binds a stage, of luma's size, by its name in the stage table; its type must hold all from the stage's least to its
- * greatest value. Null unbinds it. */
+/* Binds a stage, of luma's size, by its name in the stage table; its type must hold all from the stage's
+ * least to its greatest value. Null unbinds it. */
 CMODEL_API int cmodel_bind_stage(cmodel* model, const char* name, const cmodel_plane* plane);
 
 /* Unbinds all. */
@@ -131,10 +141,10 @@ CMODEL_API int cmodel_unbind(cmodel* model);
 
 /* ---- Runs ---------------------------------------------------------------------------------- */
 
-/* Runs a frame, or the rectangle of it that begins at (x, y), with the registers as they are now: the same bits.
- * Only samples in the rectangle are written. Returns 0; a run that fails writes nothing, but for a stage value that
- * only samples beyond an input's depth can make and that its type does not hold: then the run ends with
- * CMODEL_BAD_ARGUMENT after everything was written, such values cut to their low bits. */
+/* Runs a frame, or the rectangle of it that begins at (x, y), with the registers as they are now: the same
+ * bits. Only samples in the rectangle are written. Returns 0; a run that fails writes nothing, but for a
+ * stage value that only samples beyond an input's depth can make and that its type does not hold: then the
+ * run ends with CMODEL_BAD_ARGUMENT after everything was written, such values cut to their low bits. */
 CMODEL_API int cmodel_run(cmodel* model);
 CMODEL_API int cmodel_run_rect(cmodel* model, int x, int y, int width, int height);
 
@@ -148,8 +158,9 @@ typedef struct cmodel_register_info {
     int32_t default_value;
     int32_t least;
     int32_t greatest;
-    const char* group;     /* "single"; "curve": 4 knot inputs, 4 outputs, 3 slopes in 16ths; "table": 33 entries */
-    int place;             /* in its curve or table, from 0; the others lie at the neighbouring indices */
+    const char*
+        group; /* "single"; "curve": 4 knot inputs, 4 outputs, 3 slopes in 16ths; "table": 33 entries */
+    int place; /* in its curve or table, from 0; the others lie at the neighbouring indices */
     const char* meaning;   /* of the group */
     const char* followers; /* blocks that follow it, blanks between */
 } cmodel_register_info;

@@ -30,8 +30,9 @@ int find_input(const char* name) {
 int find_plane(const PipelineRow& pipeline, const char* name) {
     for (int i = kInputs; i < kPlanes; ++i) {
         const Plane plane = static_cast<Plane>(i);
-        const bool made = &pipeline == &kClassicEe ? find_writer(plane, kClassic) != nullptr
-                                                   : find_writer(plane, kPlain) || find_writer(plane, kTexture);
+        const bool made = &pipeline == &kClassicEe
+                              ? find_writer(plane, kClassic) != nullptr
+                              : find_writer(plane, kPlain) || find_writer(plane, kTexture);
         if (made && std::strcmp(name, kPlaneTable[i].name) == 0) {
             return i;
         }
@@ -55,8 +56,9 @@ int check_plane(cmodel& m, const char* name, const cmodel_plane& p) {
     if (__builtin_mul_overflow(p.step, ptrdiff_t{p.width}, &along) ||
         __builtin_mul_overflow(p.row_stride, ptrdiff_t{p.height}, &down) ||
         __builtin_add_overflow(along, down, &along)) {
-        return m.fail(CMODEL_BAD_ARGUMENT, "%s: %dx%d samples, %td bytes apart in rows %td bytes apart, lie beyond memory",
-                      name, p.width, p.height, p.step, p.row_stride);
+        return m.fail(CMODEL_BAD_ARGUMENT,
+                      "%s: %dx%d samples, %td bytes apart in rows %td bytes apart, lie beyond memory", name,
+                      p.width, p.height, p.step, p.row_stride);
     }
     return 0;
 }
@@ -69,10 +71,11 @@ int check_written_plane(cmodel& m, const char* name, const cmodel_plane& p) {
     const ptrdiff_t row = step * (p.width - 1) + bytes;
     const ptrdiff_t column = stride * (p.height - 1) + bytes;
     const bool along_fits = p.width == 1 || step >= bytes;
-    const bool down_fits = p.height == 1 || stride >= row || (stride >= bytes && (p.width == 1 || step >= column));
+    const bool down_fits =
+        p.height == 1 || stride >= row || (stride >= bytes && (p.width == 1 || step >= column));
     if (!along_fits || !down_fits) {
-        return m.fail(CMODEL_BAD_ARGUMENT, "%s: samples %td bytes apart in rows %td bytes apart overlap", name, p.step,
-                      p.row_stride);
+        return m.fail(CMODEL_BAD_ARGUMENT, "%s: samples %td bytes apart in rows %td bytes apart overlap",
+                      name, p.step, p.row_stride);
     }
     return 0;
 }
@@ -111,7 +114,8 @@ class Run {
     Run(cmodel& model, const Area* area) : m_(model), asked_(area) {}
 
     int go() {
-        for (const auto check : {&Run::check_inputs, &Run::check_output, &Run::check_stages, &Run::check_overlaps}) {
+        for (const auto check :
+             {&Run::check_inputs, &Run::check_output, &Run::check_stages, &Run::check_overlaps}) {
             if (const int status = (this->*check)(); status < 0) {
                 return status;
             }
@@ -132,7 +136,8 @@ class Run {
     int check_inputs() {
         const bool colour = m_.input[kRed] || m_.input[kGreen] || m_.input[kBlue];
         if (colour && (bound(Plane::y) || bound(Plane::cb) || bound(Plane::cr))) {
-            return m_.fail(CMODEL_NOT_READY, "inputs y, cb, cr and red, green, blue are bound; one or the other");
+            return m_.fail(CMODEL_NOT_READY,
+                           "inputs y, cb, cr and red, green, blue are bound; one or the other");
         }
         for (int i = 0; i < kBindings; ++i) {
             if (m_.input[i]) {
@@ -149,10 +154,11 @@ class Run {
         width_ = y.width();
         height_ = y.height();
         area_ = asked_ != nullptr ? *asked_ : Area{0, 0, width_, height_};
-        if (area_.x < 0 || area_.y < 0 || area_.width < 1 || area_.height < 1 || area_.x > width_ - area_.width ||
-            area_.y > height_ - area_.height) {
-            return m_.fail(CMODEL_BAD_ARGUMENT, "a rectangle of %dx%d at (%d, %d) does not lie in a frame of %dx%d",
-                           area_.width, area_.height, area_.x, area_.y, width_, height_);
+        if (area_.x < 0 || area_.y < 0 || area_.width < 1 || area_.height < 1 ||
+            area_.x > width_ - area_.width || area_.y > height_ - area_.height) {
+            return m_.fail(CMODEL_BAD_ARGUMENT,
+                           "a rectangle of %dx%d at (%d, %d) does not lie in a frame of %dx%d", area_.width,
+                           area_.height, area_.x, area_.y, width_, height_);
         }
         if (source(Plane::ynr) == nullptr) {
             if (y.depth() != 8) {
@@ -165,11 +171,13 @@ class Run {
         }
         const bool texture = is_on() && variant_of(*m_.pipeline, m_.registers) == kTexture;
         if (texture && source(Plane::yfusion) == nullptr) {
-            return fail_unbound("yfusion", "; texture mode 1 needs it: bind it or set reg_ee_texture_mode to 0");
+            return fail_unbound("yfusion",
+                                "; texture mode 1 needs it: bind it or set reg_ee_texture_mode to 0");
         }
         for (const Plane plane : {Plane::ynr, Plane::mmap, Plane::yfusion}) {
             const RowSource* const own = source(plane);
-            if (own != nullptr && (plane != Plane::yfusion || texture) && !has_luma_size(own->width(), own->height())) {
+            if (own != nullptr && (plane != Plane::yfusion || texture) &&
+                !has_luma_size(own->width(), own->height())) {
                 return fail_size(row_of(plane).name, own->width(), own->height());
             }
         }
@@ -187,8 +195,8 @@ class Run {
             const RowSource& chroma = *source(plane);
             const bool half = chroma.width() == y.width() / 2 || chroma.width() == half_up(y.width());
             if (!half || chroma.height() != y.height()) {
-                return m_.fail(CMODEL_NOT_READY, "y is %dx%d but %s is %dx%d; it must be half as wide", y.width(),
-                               y.height(), row_of(plane).name, chroma.width(), chroma.height());
+                return m_.fail(CMODEL_NOT_READY, "y is %dx%d but %s is %dx%d; it must be half as wide",
+                               y.width(), y.height(), row_of(plane).name, chroma.width(), chroma.height());
             }
         }
         return 0;
@@ -199,10 +207,11 @@ class Run {
             if (!arrays_[i]) {
                 return fail_unbound(name_of_input(i));
             }
-            if (arrays_[i]->width() != arrays_[kRed]->width() || arrays_[i]->height() != arrays_[kRed]->height()) {
+            if (arrays_[i]->width() != arrays_[kRed]->width() ||
+                arrays_[i]->height() != arrays_[kRed]->height()) {
                 return m_.fail(CMODEL_NOT_READY, "red is %dx%d but %s is %dx%d; they must have the same size",
-                               arrays_[kRed]->width(), arrays_[kRed]->height(), name_of_input(i), arrays_[i]->width(),
-                               arrays_[i]->height());
+                               arrays_[kRed]->width(), arrays_[kRed]->height(), name_of_input(i),
+                               arrays_[i]->width(), arrays_[i]->height());
             }
         }
         for (int i = 0; i < 3; ++i) {
@@ -216,13 +225,14 @@ class Run {
     bool has_luma_size(int width, int height) const { return width == width_ && height == height_; }
 
     int fail_size(const char* name, int width, int height) {
-        return m_.fail(CMODEL_NOT_READY, "y is %dx%d but %s is %dx%d; they must have the same size", width_, height_,
-                       name, width, height);
+        return m_.fail(CMODEL_NOT_READY, "y is %dx%d but %s is %dx%d; they must have the same size", width_,
+                       height_, name, width, height);
     }
 
     int check_output() {
         if (!m_.output) {
-            const bool any = std::any_of(std::begin(m_.stage), std::end(m_.stage), [](const auto& s) { return s.has_value(); });
+            const bool any = std::any_of(std::begin(m_.stage), std::end(m_.stage),
+                                         [](const auto& s) { return s.has_value(); });
             return any ? 0 : m_.fail(CMODEL_NOT_READY, "neither an output nor a stage is bound");
         }
         if (!has_luma_size(m_.output->width, m_.output->height)) {
@@ -242,12 +252,13 @@ class Run {
             }
             const char* const name = kPlaneTable[i].name;
             if (!is_on()) {
-                return m_.fail(CMODEL_NOT_READY, "stage %s is bound, but the block is off (reg_ee_enable = 0) and makes none",
+                return m_.fail(CMODEL_NOT_READY,
+                               "stage %s is bound, but the block is off (reg_ee_enable = 0) and makes none",
                                name);
             }
             if (find_writer(static_cast<Plane>(i), variant_of(*m_.pipeline, m_.registers)) == nullptr) {
-                return m_.fail(CMODEL_NOT_READY, "stage %s is bound, but texture mode %d does not make it", name,
-                               static_cast<int>(m_.registers[reg_ee_texture_mode]));
+                return m_.fail(CMODEL_NOT_READY, "stage %s is bound, but texture mode %d does not make it",
+                               name, static_cast<int>(m_.registers[reg_ee_texture_mode]));
             }
             if (!has_luma_size(m_.stage[i]->width, m_.stage[i]->height)) {
                 return fail_size(name, m_.stage[i]->width, m_.stage[i]->height);
@@ -291,7 +302,9 @@ class Run {
         return 0;
     }
 
-    int fail_for_memory() { return m_.fail(CMODEL_NO_MEMORY, "no memory for rows of %d samples", area_.width); }
+    int fail_for_memory() {
+        return m_.fail(CMODEL_NO_MEMORY, "no memory for rows of %d samples", area_.width);
+    }
 
     int run_blocks() {
         const RowSource* const fusion = source(Plane::yfusion);
@@ -354,7 +367,8 @@ class Run {
         };
         Listener listener(m_);
         for (int i = 0; i < m_.configured.steps(); ++i) {
-            const BlockReport report{listener, nullptr, "", source(Plane::y)->depth(), rows.events(i), {}, {}};
+            const BlockReport report{listener,       nullptr, "", source(Plane::y)->depth(),
+                                     rows.events(i), {},      {}};
             m_.configured.step(i).block->report(m_.configured.config(i), report);
         }
     }
@@ -433,7 +447,8 @@ void cmodel_set_log(cmodel* model, void (*log)(void* user, int level, const char
 
 int cmodel_bind_input(cmodel* model, const char* name, const cmodel_plane* plane) {
     if (model == nullptr || name == nullptr) {
-        return model == nullptr ? CMODEL_BAD_ARGUMENT : model->fail(CMODEL_BAD_ARGUMENT, "no name of an input");
+        return model == nullptr ? CMODEL_BAD_ARGUMENT
+                                : model->fail(CMODEL_BAD_ARGUMENT, "no name of an input");
     }
     const int i = find_input(name);
     if (i < 0) {
@@ -446,9 +461,10 @@ int cmodel_bind_input(cmodel* model, const char* name, const cmodel_plane* plane
         const DepthRange depth = depths_of_input(i);
         if (plane->depth < depth.least || plane->depth > depth.greatest) {
             return depth.least == depth.greatest
-                       ? model->fail(CMODEL_BAD_ARGUMENT, "%s has %d bits; it takes %d", name, plane->depth, depth.least)
-                       : model->fail(CMODEL_BAD_ARGUMENT, "%s has %d bits; it takes %d to %d", name, plane->depth,
-                                     depth.least, depth.greatest);
+                       ? model->fail(CMODEL_BAD_ARGUMENT, "%s has %d bits; it takes %d", name, plane->depth,
+                                     depth.least)
+                       : model->fail(CMODEL_BAD_ARGUMENT, "%s has %d bits; it takes %d to %d", name,
+                                     plane->depth, depth.least, depth.greatest);
         }
     }
     return bind(model->input[i], plane);
@@ -471,19 +487,21 @@ int cmodel_bind_output(cmodel* model, const cmodel_plane* plane) {
 
 int cmodel_bind_stage(cmodel* model, const char* name, const cmodel_plane* plane) {
     if (model == nullptr || name == nullptr) {
-        return model == nullptr ? CMODEL_BAD_ARGUMENT : model->fail(CMODEL_BAD_ARGUMENT, "no name of a stage");
+        return model == nullptr ? CMODEL_BAD_ARGUMENT
+                                : model->fail(CMODEL_BAD_ARGUMENT, "no name of a stage");
     }
     const int i = find_plane(*model->pipeline, name);
     if (i < 0) {
-        return model->fail(CMODEL_BAD_ARGUMENT, "pipeline %s has no stage %.60s", model->pipeline->name, name);
+        return model->fail(CMODEL_BAD_ARGUMENT, "pipeline %s has no stage %.60s", model->pipeline->name,
+                           name);
     }
     if (plane != nullptr) {
         if (check_plane(*model, name, *plane) < 0 || check_written_plane(*model, name, *plane) < 0) {
             return CMODEL_BAD_ARGUMENT;
         }
         if (!type_holds(plane->type, kPlaneTable[i].least, kPlaneTable[i].greatest)) {
-            return model->fail(CMODEL_BAD_ARGUMENT, "%s: its type does not hold %d..%d", name, kPlaneTable[i].least,
-                               kPlaneTable[i].greatest);
+            return model->fail(CMODEL_BAD_ARGUMENT, "%s: its type does not hold %d..%d", name,
+                               kPlaneTable[i].least, kPlaneTable[i].greatest);
         }
     }
     return bind(model->stage[i], plane);

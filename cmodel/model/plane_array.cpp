@@ -40,8 +40,8 @@ uint8_t* sample_at(const cmodel_plane& plane, int x, int y) {
     return static_cast<uint8_t*>(plane.data) + plane.row_stride * y + plane.step * x;
 }
 
-// Samples lie at any alignment, so they are copied before they are looked at; a whole chunk at once where they are
-// neighbours.
+// Samples lie at any alignment, so they are copied before they are looked at; a whole chunk at once where
+// they are neighbours.
 template <typename S, typename T>
 void load(const uint8_t* src, ptrdiff_t step, int count, T* dst) {
     if (step == ptrdiff_t{sizeof(S)}) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cmodel.h"
+#include "cmodel_version.h"
 #include "pipelines.h"
 
 namespace {
@@ -44,7 +45,7 @@ class StageTable {
         if (std::any_of(stages_.begin(), stages_.end(), [&](const auto& s) { return s.name == row.name; })) {
             return;
         }
-        cmodel_stage_info stage{row.name, row.meaning,  row.unit, row.depth, row.is_signed(),
+        cmodel_stage_info stage{row.name,  row.meaning,  row.unit, row.depth, row.is_signed(),
                                 row.least, row.greatest, 0,        0,         {}};
         for (const DebugView& view : kDebugViews) {
             if (view.plane == plane) {
@@ -75,7 +76,8 @@ class StageTable {
                 add_name(registers, row.key);
             }
         }
-        return {step->block->name, step->block->summary, keep(made_of), keep(registers), look_ahead_of(plane, variant)};
+        return {step->block->name, step->block->summary, keep(made_of), keep(registers),
+                look_ahead_of(plane, variant)};
     }
 
     const char* keep(const std::string& text) {
@@ -104,13 +106,18 @@ struct RegisterTable {
     RegisterTable() {
         for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
             const RegRow& r = kRegTable[slot];
-            row[slot] = {r.key,      r.bits,                r.is_signed, r.def,     r.least(),
-                         r.greatest(), kGroupNames[r.group], r.place,     r.meaning, r.followers};
+            row[slot] = {r.key,     r.bits,       r.is_signed,          r.def,
+                         r.least(), r.greatest(), kGroupNames[r.group], r.place,
+                         r.meaning, r.followers};
         }
     }
 };
 
 }  // namespace
+
+const char* cmodel_version(void) {
+    return CMODEL_VERSION " (commit " CMODEL_COMMIT ")";
+}
 
 int cmodel_abi(void) {
     return CMODEL_ABI;

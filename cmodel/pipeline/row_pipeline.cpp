@@ -61,8 +61,8 @@ bool ConfiguredPipeline::configure(const PipelineRow& pipeline, const Registers&
 }
 
 Area region_around(const Area& area, int width, int height) {
-    // No pipeline looks farther: flat detection and delta 3 + 2, classic kernel and spike clamp 3 + 1. Reflections at
-    // the region's own ends then meet only what is cut off again.
+    // No pipeline looks farther: flat detection and delta 3 + 2, classic kernel and spike clamp 3 + 1.
+    // Reflections at the region's own ends then meet only what is cut off again.
     constexpr int kReach = 6;
     const int x = std::max(area.x - kReach, 0) / 2 * 2;  // chroma stays even
     const int y = std::max(area.y - kReach, 0);

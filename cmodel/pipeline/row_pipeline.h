@@ -58,8 +58,8 @@ struct RunPlanes {
 // What is looked at for an area of a frame: as much around it as the blocks reach, from an even column on.
 Area region_around(const Area& area, int width, int height);
 
-// Whether the inputs allow 16-bit rows, by their values in a region. Looks through those that their type does not
-// bound.
+// Whether the inputs allow 16-bit rows, by their values in a region. Looks through those that their type does
+// not bound.
 bool fits_narrow(const ConfiguredPipeline& pipeline, const RunPlanes& planes, const Area& region);
 
 template <typename T>

@@ -27,10 +27,6 @@ extern const Command kClassic;
 extern const Command kIni;
 extern const Command kPattern;
 
-// Prints the findings in an INI file, as `instance` would load it, one a line; `complete`: registers that are
-// not set are findings.
-int check_ini(const std::string& path, const std::string& instance, bool complete);
-
 struct DeleteFrame {
     void operator()(FRAME* frame) const { CM_DelFRAME(frame); }
 };

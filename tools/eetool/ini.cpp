@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "ee_reg_ini.h"
 #include "ee_reg_table.h"
+#include "ini_findings.h"
 
 namespace eetool {
 namespace {
@@ -327,6 +328,31 @@ int write_ini(const Options& o) {
     }
 }
 
+int check_ini(const Options& o) {
+    FILE* const file = std::fopen(o.check.c_str(), "r");
+    cm::IniFindings found;
+    const int error =
+        file != nullptr ? cm::find_in_ini(file, o.instance.c_str(), {}, o.complete, found) : errno;
+    if (file != nullptr) {
+        std::fclose(file);
+    }
+    if (error != 0) {
+        errno = error;
+        return report_cannot("read", o.check);
+    }
+    for (const cm::IniFinding& finding : found.findings) {
+        std::printf("%s:%d: %s\n", o.check.c_str(), finding.line, finding.text.c_str());
+    }
+    if (found.unset > 0 && !o.complete) {
+        std::printf("%s: %d of %d registers are not set and have their defaults\n", o.check.c_str(),
+                    found.unset, EE_REG_COUNT);
+    }
+    if (found.findings.empty()) {
+        std::printf("%s: all is well\n", o.check.c_str());
+    }
+    return found.findings.empty() ? kOk : kFindings;
+}
+
 std::function<int()> declare(CLI::App& app) {
     const auto o = std::make_shared<Options>();
     CLI::Option_group* const what = app.add_option_group("What to do");
@@ -344,7 +370,7 @@ std::function<int()> declare(CLI::App& app) {
         ->allow_extra_args(false);
     app.add_flag("--reset", o->reset, "start from the defaults, whatever the file has")->needs(out);
     app.add_flag("--complete", o->complete, "every register that is not set is a finding")->needs(check);
-    return [o] { return o->check.empty() ? write_ini(*o) : check_ini(o->check, o->instance, o->complete); };
+    return [o] { return o->check.empty() ? write_ini(*o) : check_ini(*o); };
 }
 
 }  // namespace

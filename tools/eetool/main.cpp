@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cmodel_version.h"
+#include "cmodel.h"
 #include "commands.h"
 #include "fatal.h"
 
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
     log_set_quiet(true);
     CLI::App app("Companion of the edge-enhancement model.", "eetool");
     app.require_subcommand(1);
-    app.set_version_flag("--version", "eetool " CMODEL_VERSION " (commit " CMODEL_COMMIT ")");
+    app.set_version_flag("--version", std::string("eetool ") + cmodel_version());
     app.footer("eetool SUBCOMMAND --help shows its options and an example.");
     std::vector<std::pair<CLI::App*, std::function<int()>>> entries;
     for (const Command* const command : commands) {

@@ -119,7 +119,7 @@ int64_t run_rows(const Block& block, const void* config, const RowSource* const*
 
 void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
                    std::initializer_list<FrameOutput> out, const FRAME& size, const char* tag,
-                   int extra_rows) {
+                   int extra_rows) try {
     const Registers registers(ee_reg.hw);
     const int width = static_cast<int>(size.width);
     const int height = static_cast<int>(size.height);
@@ -154,7 +154,8 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
         narrow = narrow && sources[i]->within(-block.narrow_bound, block.narrow_bound);
     }
     const auto run = narrow ? run_rows<int16_t> : run_rows<int32_t>;
-    const int64_t events = run(block, config, sources, plain, out, width, int64_t{height} + extra_rows, memory);
+    const int64_t events =
+        run(block, config, sources, plain, out, width, int64_t{height} + extra_rows, memory);
 
     BlockReport report{
         global_log(), dump_dbg_img != 0 ? dbg_path : nullptr, tag, in.begin()->frame->depth, events, {}, {}};
@@ -168,7 +169,8 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
             output.frame != nullptr ? &results[k].emplace(*output.frame, output.channel) : nullptr;
     }
     block.report(config, report);
-} catch (const std::bad_alloc&) {  // of the images
+}
+catch (const std::bad_alloc&) {  // of the images
     fail_without_memory();
 }
 

@@ -15,7 +15,8 @@ constexpr int kMinStart = 255;
 
 // Separable: extremes of each column of 2R+1 rows, then of 2R+1 neighbouring columns.
 template <int R, typename T>
-CM_INLINE void min_max_tile(const T* const* rows, int64_t x0, int tile, T* __restrict max, T* __restrict min) {
+CM_INLINE void min_max_tile(const T* const* rows, int64_t x0, int tile, T* __restrict max,
+                            T* __restrict min) {
     T column_max[kTile + 2 * R];
     T column_min[kTile + 2 * R];
     for (int i = 0; i < tile + 2 * R; ++i) {

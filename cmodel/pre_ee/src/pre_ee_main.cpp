@@ -173,7 +173,8 @@ void run_ycbcr(char** argv) {
         write_copy(plane(planes, cm::Plane::y), argv);
         return;
     }
-    static constexpr const char* kNames[cm::kInputs] = {"Y_in", "Cb_in", "Cr_in", "src_ynr", "mmap_pix", "Yfusion"};
+    static constexpr const char* kNames[cm::kInputs] = {"Y_in",    "Cb_in",    "Cr_in",
+                                                        "src_ynr", "mmap_pix", "Yfusion"};
     for (int i = 0; i < cm::kInputs; ++i) {
         if (i != cm::index_of(cm::Plane::yfusion) || cm::reg_value(reg_ee_texture_mode) == 1) {
             warn_about_depth(kNames[i], planes[i]->depth(), cm::depths_of_input(i));

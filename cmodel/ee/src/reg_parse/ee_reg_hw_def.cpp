@@ -37,9 +37,8 @@ long shown_value(const EE_REG_HW* set, int slot) {
 
 // Keeps nothing between calls: threads may load sets of their own.
 int cm::find_register(std::string_view key) {
-    const auto found = std::lower_bound(kSlotsByKey.begin(), kSlotsByKey.end(), key, [](int slot, std::string_view k) {
-        return kRegTable[slot].key < k;
-    });
+    const auto found = std::lower_bound(kSlotsByKey.begin(), kSlotsByKey.end(), key,
+                                        [](int slot, std::string_view k) { return kRegTable[slot].key < k; });
     return found != kSlotsByKey.end() && kRegTable[*found].key == key ? *found : -1;
 }
 

@@ -1,4 +1,4 @@
-// eetool ini --check: what is wrong in a register file, and what the model makes of it.
+// What is wrong in a register file, and what the model makes of it.
 //
 // The parser itself splits the file and the register block itself stores the values, so both are what a
 // run would see. Lines are told apart by what the parser does with them: it is given one line at a time,
@@ -12,21 +12,16 @@
 #include <numeric>
 #include <vector>
 
-#include "commands.h"
+#include "common.h"
+#include "ee_curve.h"
 #include "ee_no_effect.h"
 #include "ee_reg_ini.h"
-#include "ee_reg_table.h"
-#include "fatal.h"
+#include "ini_findings.h"
 
-namespace eetool {
+namespace cm {
 namespace {
 
 constexpr const char* kMalformed = "\n";  // no section is called that
-
-struct Finding {
-    int line;
-    std::string text;
-};
 
 std::string format(const char* fmt, ...) CM_PRINTF(1, 2);
 std::string format(const char* fmt, ...) {
@@ -66,15 +61,6 @@ size_t edit_distance(const std::string& a, const std::string& b) {
     return row.back();
 }
 
-int find_slot(const std::string& key) {
-    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
-        if (key == cm::kRegTable[slot].key) {
-            return slot;
-        }
-    }
-    return -1;
-}
-
 // The register that an unknown key may have meant, as a question; nothing when none is near.
 std::string suggest_key(const std::string& key) {
     if (key.size() > 100) {
@@ -83,7 +69,7 @@ std::string suggest_key(const std::string& key) {
     const char* nearest = nullptr;
     const std::string folded = fold_case(key);
     size_t least = key.size() / 3 + 1;
-    for (const cm::RegRow& row : cm::kRegTable) {
+    for (const RegRow& row : kRegTable) {
         const std::string known = row.key;
         if (std::max(known.size(), key.size()) - std::min(known.size(), key.size()) >= least) {
             continue;  // so many insertions or deletions alone
@@ -102,38 +88,35 @@ bool is_plain_number(const std::string& text) {
     return text.size() > digits && text.find_first_not_of("0123456789", digits) == std::string::npos;
 }
 
-long lowest(const cm::RegRow& row) {
-    return row.is_signed ? -(1L << (row.bits - 1)) : 0;
-}
-long highest(const cm::RegRow& row) {
-    return (1L << (row.is_signed ? row.bits - 1 : row.bits)) - 1;
-}
-
 // One pass over a file, finding by finding.
 class Checker {
   public:
-    explicit Checker(const std::string& instance) { ee_reg_hw_init(&set_, instance.c_str()); }
-
-    // False when the file cannot be read to its end; errno says why.
-    bool read(FILE* file) {
-        file_ = file;
-        const cm::IniResult result = cm::parse_ini(read_line, this, take_key, this);
-        errno = result.error != 0 ? result.error : error_;
-        return errno == 0;
+    Checker(const char* instance, const Registers& start) {
+        ee_reg_hw_init(&set_, instance);
+        for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+            set_.slot[slot].value = start[slot];
+        }
     }
 
-    const std::vector<Finding>& finish(bool complete) {
+    // 0, or the errno value of what kept it from the end of the file.
+    int read(FILE* file) {
+        file_ = file;
+        const IniResult result = parse_ini(read_line, this, take_key, this);
+        return result.error != 0 ? result.error : error_;
+    }
+
+    void finish(bool complete, IniFindings& found) {
         finish_sections(complete);
         check_effect();
         for (const Curve& curve : kCurves) {
             check_curve(curve);
         }
         std::stable_sort(findings_.begin(), findings_.end(),
-                         [](const Finding& a, const Finding& b) { return a.line < b.line; });
-        return findings_;
+                         [](const IniFinding& a, const IniFinding& b) { return a.line < b.line; });
+        found.findings = std::move(findings_);
+        found.unset = unset_;
+        found.registers = Registers(set_);
     }
-
-    int unset() const { return unset_; }
 
   private:
     // Knots in, knots out and slopes lie side by side in the table, from `first` on.
@@ -146,7 +129,6 @@ class Checker {
                                         {reg_ee_mcore_gain_lut_in_0, false},
                                         {reg_ee_chroma_amp_lut_in_0, true},
                                         {reg_ee_motion_lut_in_0, true}};
-    static constexpr int kKnots = 4;
     static constexpr int kUnitWeight = 128;
     static constexpr int kMaxSuggestions = 1000;  // each compares a key with all registers
 
@@ -170,7 +152,9 @@ class Checker {
         for (int c = '\0'; c != '\n' && length + 1 < size && (c = getc_unlocked(self.file_)) != EOF;) {
             buffer[length++] = static_cast<char>(c);
         }
-        self.error_ = std::ferror(self.file_) != 0 ? errno : 0;
+        if (std::ferror(self.file_) != 0) {
+            self.error_ = errno;
+        }
         if (length == 0 || self.error_ != 0) {
             return nullptr;
         }
@@ -184,7 +168,7 @@ class Checker {
 
     // A line that gave no key: blank, a comment, a section header or malformed.
     void finish_line() {
-        const std::string section = line_ == 0 || has_key_ ? "" : parse_header(text_, line_ == 1);
+        const std::string section = line_ == 0 || has_key_ ? "" : parse_header(text_, line_ == 1, error_);
         if (section == kMalformed) {
             add(line_, format("this is no section, key or comment and is ignored: %.60s",
                               text_.substr(0, text_.find_last_not_of("\r\n") + 1).c_str()));
@@ -200,16 +184,16 @@ class Checker {
 
     // Asks the parser what it takes a line for: the section that it opens, none, or kMalformed. Only the
     // first line of a file may begin with a byte-order mark.
-    static std::string parse_header(const std::string& line, bool is_first) {
+    static std::string parse_header(const std::string& line, bool is_first, int& error) {
         std::string section;
         const auto take_section = [](void* user, const char* name, const char*, const char*) {
             *static_cast<std::string*>(user) = name;
             return 1;
         };
         const std::string text = (is_first ? "" : "\n") + line + "\nx=\n";
-        const cm::IniResult result = cm::parse_ini(text, take_section, &section);
+        const IniResult result = parse_ini(text, take_section, &section);
         if (result.error != 0) {
-            cm::fatal(cm::kExitFile, "Unable to allocate memory\n");
+            error = result.error;
         }
         return result.bad_line != 0 ? kMalformed : section;
     }
@@ -225,7 +209,7 @@ class Checker {
         has_key_ = true;
         const bool continued = !last_key_.empty() && std::isspace(static_cast<unsigned char>(text_[0])) != 0;
         last_key_ = key;
-        const int slot = find_slot(key);
+        const int slot = find_register(key);
         if (!is_ours(section)) {
             if (*section == '\0') {
                 add(line_, format("%s stands outside any section and is ignored", key.c_str()));
@@ -254,15 +238,15 @@ class Checker {
     }
 
     void check_value(int slot, const std::string& text) {
-        const cm::RegRow& row = cm::kRegTable[slot];
+        const RegRow& row = kRegTable[slot];
         const int32_t stored = set_.slot[slot].value;
         const long value = std::strtol(text.c_str(), nullptr, 10);
         if (!is_plain_number(text)) {
             add(line_, format("%s: \"%.60s\" is no plain decimal number; it becomes %d", row.key,
                               text.c_str(), stored));
-        } else if (value < lowest(row) || value > highest(row)) {
-            add(line_, format("%s: %.60s does not fit %ld..%ld; it becomes %d", row.key, text.c_str(),
-                              lowest(row), highest(row), stored));
+        } else if (value < row.least() || value > row.greatest()) {
+            add(line_, format("%s: %.60s does not fit %d..%d; it becomes %d", row.key, text.c_str(),
+                              row.least(), row.greatest(), stored));
         }
     }
 
@@ -295,7 +279,7 @@ class Checker {
             ++unset_;
             if (complete) {
                 add(section_end_, format("[%s] ends without %s, which has its default %d", set_.name,
-                                         cm::kRegTable[slot].key, cm::kRegTable[slot].def));
+                                         kRegTable[slot].key, kRegTable[slot].def));
             }
         }
     }
@@ -313,16 +297,16 @@ class Checker {
             if (last - i < 2) {
                 last = i;
             }
-            const std::string range = last > i ? format(" to %s", cm::kRegTable[slots[last]].key) : "";
-            list += format("%s%s%s = %d", list.empty() ? "" : ", ", cm::kRegTable[slots[i]].key,
-                           range.c_str(), value(i));
+            const std::string range = last > i ? format(" to %s", kRegTable[slots[last]].key) : "";
+            list += format("%s%s%s = %d", list.empty() ? "" : ", ", kRegTable[slots[i]].key, range.c_str(),
+                           value(i));
             i = last + 1;
         }
         return list;
     }
 
     void check_effect() {
-        for (const std::vector<int>& slots : cm::find_no_effect(set_)) {
+        for (const std::vector<int>& slots : find_no_effect(set_)) {
             add(line_of(slots), "pre_ee_main changes no picture with " + list_registers(slots));
         }
     }
@@ -343,7 +327,7 @@ class Checker {
             const int out = curve.first + kKnots + k;
             if (curve.is_weight && set_.slot[out].value > kUnitWeight) {
                 add(line_of({out}), format("%s = %d is above %d, the whole weight; a run logs an error",
-                                           cm::kRegTable[out].key, set_.slot[out].value, kUnitWeight));
+                                           kRegTable[out].key, set_.slot[out].value, kUnitWeight));
             }
             if (k + 1 < kKnots) {
                 check_segment(curve.first + k, out, curve.first + 2 * kKnots + k);
@@ -359,7 +343,7 @@ class Checker {
         const int y0 = set_.slot[out].value, y1 = set_.slot[out + 1].value;
         if (x1 < x0) {
             add(line_of({in, in + 1}), format("%s = %d is below %s = %d; knots must not fall",
-                                              cm::kRegTable[in + 1].key, x1, cm::kRegTable[in].key, x0));
+                                              kRegTable[in + 1].key, x1, kRegTable[in].key, x0));
             return;
         }
         if (x1 == x0) {
@@ -370,13 +354,13 @@ class Checker {
         const int twice = cm_sw_get_slope(x0, x1, y0, y1, kShift + 1);
         const int nearest = (twice + (twice < 0 ? -1 : 1)) / 2;
         const int given = set_.slot[slope].value;
-        const cm::RegRow& row = cm::kRegTable[slope];
+        const RegRow& row = kRegTable[slope];
         const int line = line_of_[slope] != 0 ? line_of_[slope] : line_of({in, in + 1, out, out + 1});
         const std::string segment =
             format("%s = %d does not lead from (%d, %d) to (%d, %d)", row.key, given, x0, y0, x1, y1);
-        if (truncated < lowest(row) || truncated > highest(row)) {
-            add(line, format("%s: %d would, which %ld..%ld does not reach; move the knots apart",
-                             segment.c_str(), truncated, lowest(row), highest(row)));
+        if (truncated < row.least() || truncated > row.greatest()) {
+            add(line, format("%s: %d would, which %d..%d does not reach; move the knots apart",
+                             segment.c_str(), truncated, row.least(), row.greatest()));
         } else if (given != truncated && given != nearest) {
             add(line, truncated == nearest
                           ? format("%s: %d would", segment.c_str(), truncated)
@@ -398,35 +382,18 @@ class Checker {
     bool has_key_ = false;
     int line_of_[EE_REG_COUNT] = {};  // that gave the value that holds; 0 for none
     std::vector<Section> sections_;
-    std::vector<Finding> findings_;
+    std::vector<IniFinding> findings_;
 };
 
 }  // namespace
 
-int check_ini(const std::string& path, const std::string& instance, bool complete) {
-    FILE* const file = std::fopen(path.c_str(), "r");
-    Checker checker(instance);
-    const bool ok = file != nullptr && checker.read(file);
-    const int error = errno;
-    if (file != nullptr) {
-        std::fclose(file);
+int find_in_ini(FILE* file, const char* instance, const Registers& start, bool complete, IniFindings& found) {
+    Checker checker(instance, start);
+    const int error = checker.read(file);
+    if (error == 0) {
+        checker.finish(complete, found);
     }
-    if (!ok) {
-        errno = error;
-        return report_cannot("read", path);
-    }
-    const std::vector<Finding>& findings = checker.finish(complete);
-    for (const Finding& finding : findings) {
-        std::printf("%s:%d: %s\n", path.c_str(), finding.line, finding.text.c_str());
-    }
-    if (checker.unset() > 0 && !complete) {
-        std::printf("%s: %d of %d registers are not set and have their defaults\n", path.c_str(),
-                    checker.unset(), EE_REG_COUNT);
-    }
-    if (findings.empty()) {
-        std::printf("%s: all is well\n", path.c_str());
-    }
-    return findings.empty() ? kOk : kFindings;
+    return error;
 }
 
-}  // namespace eetool
+}  // namespace cm
