@@ -169,8 +169,7 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
             output.frame != nullptr ? &results[k].emplace(*output.frame, output.channel) : nullptr;
     }
     block.report(config, report);
-}
-catch (const std::bad_alloc&) {  // of the images
+} catch (const std::bad_alloc&) {  // of the images
     fail_without_memory();
 }
 
