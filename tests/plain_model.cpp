@@ -825,6 +825,8 @@ Outcome run_program(const std::vector<std::string>& args) {
             cb = take_channel(ycc, 1);
             cr = take_channel(ycc, 2);
         }
+        const size_t whole = m.reg("ee_texture_mode") == 1 ? 990 : 993;  // leave all names of images so
+        if (enable && m.dump && args[6].size() > whole) m.log.push_back({3, "pre_ee_main", -1, "*"});
         const Plane out = m.pre_ee_hw(y, cb, cr, ynr, mmap, &fusion);
         m.files[args[13]] = image_bytes(out, false);
     } catch (const Exit& e) {

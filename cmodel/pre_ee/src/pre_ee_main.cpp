@@ -125,8 +125,8 @@ void write_copy(const cm::RowSource& luma, char** argv) {
 }
 
 void sharpen(const cm::EePlanes& planes, cm::PlaneMemory& memory, char** argv) {
-    cm::check_pre_ee_planes(planes);
     warn_about_image_names(argv);
+    cm::check_pre_ee_planes(planes);
     const size_t width = static_cast<size_t>(planes.luma.width());
     const size_t height = static_cast<size_t>(planes.luma.height());
     const cm::Bytes packed = memory.take(width * height);
