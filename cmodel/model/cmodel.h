@@ -148,6 +148,51 @@ CMODEL_API int cmodel_unbind(cmodel* model);
 CMODEL_API int cmodel_run(cmodel* model);
 CMODEL_API int cmodel_run_rect(cmodel* model, int x, int y, int width, int height);
 
+/* ---- Row by row ---------------------------------------------------------------------------- *
+ * For whoever has a picture line by line: rows of each input are pushed in order, in any order among the
+ * inputs, and copied; rows of the output and of stages are pulled when they are ready: the same bits as a
+ * whole run. Bound planes have no part in it. */
+
+typedef struct cmodel_frame {
+    int width;
+    int height;
+    int y_depth;       /* 8 to 12 */
+    int yfusion_depth; /* 8 to 20; 0: no fused luma comes */
+    int has_ynr;       /* 0: luma itself is sharpened */
+    int has_mmap;      /* 0: nothing moves */
+    int has_colours;   /* 1: "red", "green" and "blue" come in place of "y", "cb" and "cr" */
+} cmodel_frame;
+
+/* Whether frames that are begun from now on keep the rows of a stage (or of "output", which they do at the
+ * start) until they are pulled. Returns 0. */
+CMODEL_API int cmodel_keep_rows(cmodel* model, const char* stage, int keep);
+
+/* Begins a frame with the registers as they are now; later changes do not reach it. Returns its number, above
+ * 0. The frame before must have all its rows or have been dropped; its rows can still be pulled. */
+CMODEL_API int cmodel_begin(cmodel* model, const cmodel_frame* frame);
+
+/* The next row of an input of the frame begun last: `count` samples, `step` bytes apart. Chroma rows have
+ * half of the width, rounded up; there are as many as of luma. Returns 0. */
+CMODEL_API int cmodel_push(cmodel* model, const char* input, const void* samples, int count, int type,
+                           ptrdiff_t step);
+
+/* How many rows of a stage (or of "output") of a frame are ready and not yet pulled. Row y of the output is
+ * ready once luma and fused luma were pushed up to row y + cmodel_look_ahead(), or to the last, and the other
+ * inputs up to row y; rows of stages then at the latest. */
+CMODEL_API int cmodel_ready(cmodel* model, int frame, const char* stage);
+
+/* Takes the next row into `count` samples and returns its number, from 0; CMODEL_NOT_READY when none is
+ * ready. When all rows that it keeps were pulled, a frame is gone. */
+CMODEL_API int cmodel_pull(cmodel* model, int frame, const char* stage, void* samples, int count, int type,
+                           ptrdiff_t step);
+
+/* Drops a frame, its rows and what was pushed for it. Returns 0. */
+CMODEL_API int cmodel_drop(cmodel* model, int frame);
+
+/* Rows that the pipeline looks ahead under the registers as they are: 5 in texture mode 1, 2 in mode 0, 4 in
+ * the classic pipeline, 0 while the block is off. */
+CMODEL_API int cmodel_look_ahead(cmodel* model);
+
 /* ---- Tables -------------------------------------------------------------------------------- *
  * Constant; they can be walked without a model. Strings are static. */
 

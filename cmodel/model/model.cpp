@@ -11,35 +11,6 @@ namespace {
 
 using namespace cm;
 
-const char* const kColourNames[] = {"red", "green", "blue"};
-
-const char* name_of_input(int i) {
-    return i < kInputs ? kPlaneTable[i].name : kColourNames[i - kRed];
-}
-
-int find_input(const char* name) {
-    for (int i = 0; i < kBindings; ++i) {
-        if (std::strcmp(name, name_of_input(i)) == 0) {
-            return i;
-        }
-    }
-    return -1;
-}
-
-// The stage of the model's pipeline by that name, or -1.
-int find_plane(const PipelineRow& pipeline, const char* name) {
-    for (int i = kInputs; i < kPlanes; ++i) {
-        const Plane plane = static_cast<Plane>(i);
-        const bool made = &pipeline == &kClassicEe
-                              ? find_writer(plane, kClassic) != nullptr
-                              : find_writer(plane, kPlain) || find_writer(plane, kTexture);
-        if (made && std::strcmp(name, kPlaneTable[i].name) == 0) {
-            return i;
-        }
-    }
-    return -1;
-}
-
 // What no plane may be, whatever it is for.
 int check_plane(cmodel& m, const char* name, const cmodel_plane& p) {
     if (p.data == nullptr) {
@@ -405,6 +376,33 @@ int bind(std::optional<cmodel_plane>& binding, const cmodel_plane* plane) {
 
 }  // namespace
 
+const char* name_of_input(int i) {
+    static const char* const kColourNames[] = {"red", "green", "blue"};
+    return i < kInputs ? kPlaneTable[i].name : kColourNames[i - kRed];
+}
+
+int find_input(const char* name) {
+    for (int i = 0; i < kBindings; ++i) {
+        if (std::strcmp(name, name_of_input(i)) == 0) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+int find_stage(const PipelineRow& pipeline, const char* name) {
+    for (int i = kInputs; i < kPlanes; ++i) {
+        const Plane plane = static_cast<Plane>(i);
+        const bool made = &pipeline == &kClassicEe
+                              ? find_writer(plane, kClassic) != nullptr
+                              : find_writer(plane, kPlain) || find_writer(plane, kTexture);
+        if (made && std::strcmp(name, kPlaneTable[i].name) == 0) {
+            return i;
+        }
+    }
+    return -1;
+}
+
 int cmodel::fail(int status, const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
@@ -490,7 +488,7 @@ int cmodel_bind_stage(cmodel* model, const char* name, const cmodel_plane* plane
         return model == nullptr ? CMODEL_BAD_ARGUMENT
                                 : model->fail(CMODEL_BAD_ARGUMENT, "no name of a stage");
     }
-    const int i = find_plane(*model->pipeline, name);
+    const int i = find_stage(*model->pipeline, name);
     if (i < 0) {
         return model->fail(CMODEL_BAD_ARGUMENT, "pipeline %s has no stage %.60s", model->pipeline->name,
                            name);

@@ -16,7 +16,11 @@ inline constexpr int kGreen = cm::kInputs + 1;
 inline constexpr int kBlue = cm::kInputs + 2;
 inline constexpr int kBindings = cm::kInputs + 3;
 
+class RowFrame;
+
 struct cmodel {
+    ~cmodel();
+
     const cm::PipelineRow* pipeline = nullptr;
     cm::Registers registers;
 
@@ -29,6 +33,12 @@ struct cmodel {
     size_t pixels = 0;
     cm::Memory memory;
 
+    // Frames that come row by row, the newest first; and what they keep.
+    RowFrame* frames = nullptr;
+    int frames_begun = 0;
+    bool keeps[cm::kPlanes] = {};  // stages by plane
+    bool keeps_output = true;
+
     std::vector<std::string> findings;
     void (*log)(void* user, int level, const char* text) = nullptr;
     void* log_user = nullptr;
@@ -37,5 +47,10 @@ struct cmodel {
     // Keeps the text of a failure and returns `status`.
     int fail(int status, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 };
+
+// The input, or the stage of the model's pipeline, by that name; -1 for none.
+int find_input(const char* name);
+int find_stage(const cm::PipelineRow& pipeline, const char* name);
+const char* name_of_input(int input);
 
 #endif

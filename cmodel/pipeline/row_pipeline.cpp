@@ -90,7 +90,7 @@ RowPipeline<T>::RowPipeline(const ConfiguredPipeline& pipeline, const RunPlanes&
     plan();
     region_ = region_around(area, width, height);
     area_ = {area.x - region_.x, area.y - region_.y, area.width, area.height};
-    next_ = -held(Plane::y).lead;  // everything then goes a row at a time from the start
+    next_ = -look_ahead();
     last_ = area_.y + area_.height;
     take_rows(memory);
 }
@@ -162,18 +162,14 @@ void RowPipeline<T>::take_rows(Memory& memory) {
 }
 
 template <typename T>
-void RowPipeline<T>::run_row() {
-    for (; next_ < area_.y; ++next_) {  // rows above the area, for what runs ahead
-        read_inputs(next_);
-        for (int i = 0; i < pipeline_.steps(); ++i) {
-            run_step(i, next_);
-        }
-    }
+void RowPipeline<T>::step() {
     read_inputs(next_);
     for (int i = 0; i < pipeline_.steps(); ++i) {
         run_step(i, next_);
     }
-    put_output(next_);
+    if (next_ >= area_.y) {
+        put_output(next_);
+    }
     ++next_;
 }
 

@@ -70,14 +70,19 @@ class RowPipeline {
     RowPipeline(const ConfiguredPipeline& pipeline, const RunPlanes& planes, int width, int height,
                 const Area& area, Memory& memory);
 
-    // All rows that are left.
+    // All rows.
     void run() {
         while (next_ < last_) {
-            run_row();
+            step();
         }
     }
-    // The next row of the output, and what it takes.
-    void run_row();
+
+    // A row of each input, and all that can be made then. The output's row y comes with step y; the first
+    // step is -look_ahead(), so that everything goes a row at a time from the start.
+    void step();
+    int next_step() const { return next_; }
+    // Rows of luma and fused luma below the output's row that it is made of.
+    int look_ahead() const { return held_[index_of(Plane::y)].lead; }
 
     // What a step counted for its report.
     int64_t events(int step) const { return step_[step].events; }
@@ -119,7 +124,7 @@ class RowPipeline {
     RunPlanes planes_;
     Area region_;      // the area and what is looked at around it
     Area area_;        // in the region
-    int next_, last_;  // rows of the region
+    int next_, last_;  // rows of the region; the next step, the area's end
     Held held_[kPlanes];
     StepState step_[kMostSteps];
     T* view_row_ = nullptr;
