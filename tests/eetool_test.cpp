@@ -147,7 +147,7 @@ TEST_F(Eetool, FindsNothingElse) {
                           "reg_ee_mcore_gain_lut_out_2 = 68", "reg_ee_mcore_gain_lut_slope_2 = 7",
                           "reg_ee_mcore_gain_lut_slope_1 = " + slope});
     };
-    const std::string well = "x.ini: all is well\n",
+    const std::string count = std::to_string(EE_REG_COUNT), well = "x.ini: all is well\n",
                       segment = " does not lead from (64, 34) to (128, 68): 8 or 9 would\n";
     const std::string texture =
         "reg_ee_texture_mode = 1, reg_ee_bright_luma_thr = 0, reg_ee_dark_luma_thr = 0, "
@@ -177,7 +177,8 @@ TEST_F(Eetool, FindsNothingElse) {
         // Only at the start of a file is a byte-order mark one. What follows a NUL is not read.
         {plain_ini({"reg_ee_total_gain = 40\n\xEF\xBB\xBF[ee0]"}) + std::string("; a\0b\n[ee\n", 10),
          "x.ini:20: this is no section, key or comment and is ignored: \xEF\xBB\xBF[ee0]\n"
-         "x.ini:198: this is no section, key or comment and is ignored: [ee\n"},
+         "x.ini:" +
+             std::to_string(EE_REG_COUNT + 5) + ": this is no section, key or comment and is ignored: [ee\n"},
         {with_slope("7"), "x.ini:65: reg_ee_mcore_gain_lut_slope_1 = 7" + segment},
         {with_slope("8"), well},
         {with_slope("9"), well},
@@ -186,7 +187,7 @@ TEST_F(Eetool, FindsNothingElse) {
          "x.ini:175: reg_ee_chroma_amp_lut_slope_1 = 256 does not lead from (15, 0) to (16, 128): 2048 "
          "would, "
          "which -2048..2047 does not reach; move the knots apart\n"},
-        {missing, "x.ini: 1 of 193 registers are not set and have their defaults\n" + well},
+        {missing, "x.ini: 1 of " + count + " registers are not set and have their defaults\n" + well},
         {"[ee7]\nreg_ee_enable = 1\n",
          "x.ini:1: section [ee7] is not read; the registers' section is [ee0]\n"
          "x.ini:1: pre_ee_main changes no picture with " +
@@ -200,7 +201,8 @@ TEST_F(Eetool, FindsNothingElse) {
         EXPECT_EQ(result.status, c.said.ends_with(well) ? 0 : 1);
     }
     const Result complete = check(missing, " --complete");
-    EXPECT_EQ(complete.text, "x.ini:193: [ee0] ends without reg_ee_shoot_mode, which has its default 0\n");
+    EXPECT_EQ(complete.text,
+              "x.ini:" + count + ": [ee0] ends without reg_ee_shoot_mode, which has its default 0\n");
     EXPECT_EQ(complete.status, 1);
     for (const char* const path : {"absent.ini", "."}) {
         const Result result = run(std::string("ini --check ") + path);

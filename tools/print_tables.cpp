@@ -142,11 +142,11 @@ void print_stages() {
         "128 if\n"
         "signed, clamped to 0..255. Modes 0 and 12 to 15 show the sharpened luma.\n"
         "\n"
-        "| mode | plane | factor | signed |\n"
-        "|---:|---|---:|---|");
+        "| mode | plane | factor | signed | shift that suits |\n"
+        "|---:|---|---:|---|---:|");
     for (const DebugView& view : kDebugViews) {
-        std::printf("| %d | `%s` | %d | %s |\n", view.mode, row_of(view.plane).name, view.factor,
-                    view.is_signed ? "yes" : "no");
+        std::printf("| %d | `%s` | %d | %s | %d |\n", view.mode, row_of(view.plane).name, view.factor,
+                    view.is_signed ? "yes" : "no", view.shift);
     }
 }
 

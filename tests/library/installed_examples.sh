@@ -15,6 +15,9 @@ mv "$scratch/made" "$scratch/prefix" # a tree that only works where it was insta
 prefix=$scratch/prefix
 lib=$(dirname "$(find "$prefix" -name libcmodel.so)")
 
+# The program of the page is the example.
+sed -n '/^```c$/,/^```$/p;/^```$/q' "$examples/../docs/model.md" | sed '1d;$d' | diff - "$examples/sharpen.c"
+
 "$CMAKE" -S "$examples" -B "$scratch/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 "$CMAKE" --build "$scratch/build" >/dev/null
 export PKG_CONFIG_PATH="$lib/pkgconfig"
@@ -30,7 +33,7 @@ readelf -d "$scratch/build/sharpen_pkg_config" | grep -q libcmodel.so.1
 ! readelf -d "$scratch/build/sharpen_pkg_config_static" | grep libcmodel || exit 1
 
 cd "$scratch/run"
-for program in sharpen sharpen_static sharpen_pkg_config sharpen_pkg_config_static; do
+for program in sharpen sharpen_static sharpen_pkg_config sharpen_pkg_config_static two_models two_models_static; do
     echo "== $program"
     "$scratch/build/$program"
 done

@@ -1,7 +1,7 @@
 /*
  * Register block of the edge-enhancement model.
  *
- * One global block holds the 193 hardware registers and an empty software set. Each register is a
+ * One global block holds the hardware registers and an empty software set. Each register is a
  * small bit field with a default and an INI key; its slot name is the key itself. Call
  * INIT_EE_REG() before anything reads the block; until then all its bytes are 0, which is a block that is
  * off. The blocks only read it.
