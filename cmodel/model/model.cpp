@@ -439,6 +439,9 @@ int cmodel::fail(int status, const char* fmt, ...) {
     va_start(args, fmt);
     std::vsnprintf(error, sizeof error, fmt, args);
     va_end(args);
+    // Names that callers and files gave may hold anything; the text is one line.
+    std::replace_if(
+        error, error + std::strlen(error), [](unsigned char c) { return c < ' '; }, '?');
     return status;
 }
 
