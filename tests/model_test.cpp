@@ -667,4 +667,129 @@ TEST(Model, LastsWithoutMemory) {
     }
 }
 #endif
+
+// ---- Tables ---------------------------------------------------------------------------------------
+
+// Stages as the object makes them, by name.
+using Stages = std::map<std::string, std::vector<int32_t>>;
+
+struct Bench {
+    static constexpr int kWidth = 40, kHeight = 20, kPixels = kWidth * kHeight;
+    std::vector<int32_t> in[6];
+    Stages stages;  // "" is the output
+    int texture;
+
+    Bench(Random& r, cmodel* m, const char* pipeline, int texture_mode) : texture(texture_mode) {
+        for (int k = 0; k < 6; ++k) {
+            const std::vector<I> picture = draw_picture(r, kWidth, kHeight);
+            const int noise = r.pick({1, 4, 40, 256}), width = k == 1 || k == 2 ? kWidth / 2 : kWidth;
+            for (int i = 0; i < width * kHeight; ++i)
+                in[k].push_back(static_cast<int32_t>(std::min<I>(
+                    255, (picture[static_cast<size_t>(i)] >> 8) * (256 - noise) / 256 + r.below(noise))));
+            const cmodel_plane p{in[k].data(), CMODEL_S32, width, kHeight, 4 * width, 4, 8};
+            EXPECT_EQ(cmodel_bind_input(m, kInputNames[k], &p), 0);
+        }
+        for (const cmodel_stage_info* const s : stages_of(pipeline, texture)) stages[s->name];
+        stages[""];
+        for (auto& [name, samples] : stages) {
+            samples.resize(kPixels);
+            const cmodel_plane p{samples.data(), CMODEL_S32, kWidth, kHeight, 4 * kWidth, 4, 8};
+            EXPECT_EQ(name.empty() ? cmodel_bind_output(m, &p) : cmodel_bind_stage(m, name.c_str(), &p), 0);
+        }
+    }
+};
+
+void set_anything(Random& r, cmodel* m, int texture) {
+    for (int i = 0; i < cmodel_register_count(); ++i) {
+        const cmodel_register_info& reg = *cmodel_register(i);
+        const bool useful =
+            std::strncmp(reg.key, "reg_ee_d", 8) == 0 || reg.bits == 20;  // thresholds amid the data
+        const I top = useful ? std::min<I>(reg.greatest, 255) : reg.greatest;
+        cmodel_set(m, reg.key,
+                   static_cast<int32_t>(r.chance(50) ? r.between(reg.least, top) : reg.default_value));
+    }
+    cmodel_set(m, "reg_ee_enable", 1), cmodel_set(m, "reg_ee_texture_mode", texture);
+    cmodel_set(m, "reg_ee_debug_mode", r.size(0, 12));
+}
+
+bool has_word(const char* words, const std::string& word) {
+    return (" " + std::string(words) + " ").find(" " + word + " ") != std::string::npos;
+}
+
+// One register at a time: what it changes first is a stage that names it, and whatever names it is changed by
+// it in some frame.
+TEST(Tables, RegistersReachWhatTheySay) {
+    for (const auto& [pipeline, texture] : {std::pair("pre_ee", 0), {"pre_ee", 1}, {"classic", 1}}) {
+        std::set<std::string> open;  // "register block"
+        for (const cmodel_stage_info* const s : stages_of(pipeline, texture)) {
+            std::istringstream keys(s->making[texture].registers);
+            for (std::string key; keys >> key;) open.insert(key + " " + s->making[texture].block);
+        }
+        std::erase_if(open, [](const std::string& pair) { return pair.starts_with("reg_ee_texture_mode"); });
+        for (I n = 0; n < 400 && (n < 10 || !open.empty()) && !HasFailure(); ++n) {
+            Random r = generator(1000117, n);
+            Handle m(pipeline);
+            set_anything(r, m, texture);
+            Bench bench(r, m, pipeline, texture);
+            EXPECT_EQ(cmodel_run(m), 0) << cmodel_error(m);
+            const Stages before = bench.stages;
+            for (int i = 3; i < cmodel_register_count(); ++i) {  // beside enable, debug and texture mode
+                const cmodel_register_info& reg = *cmodel_register(i);
+                const std::string key = reg.key;
+                if (n >= 10 && std::none_of(open.begin(), open.end(),
+                                            [&](const std::string& s) { return s.starts_with(key + " "); }))
+                    continue;
+                int32_t value;
+                cmodel_get(m, reg.key, &value);
+                const I other = reg.greatest - value > value - reg.least
+                                    ? r.between(I{value} + 1, reg.greatest)
+                                    : r.between(reg.least, I{value} - 1);
+                cmodel_set(m, reg.key, static_cast<int32_t>(other));
+                EXPECT_EQ(cmodel_run(m), 0);
+                for (const auto& [name, samples] : bench.stages) {
+                    if (name.empty() || samples == before.at(name)) continue;
+                    const cmodel_making& making =
+                        cmodel_stage(pipeline, cmodel_find_stage(pipeline, name.c_str()))->making[texture];
+                    bool fed = false;
+                    for (const auto& [source, made] : bench.stages)
+                        fed |= has_word(making.made_of, source) && made != before.at(source);
+                    EXPECT_TRUE(fed || has_word(making.registers, key)) << key << " changes " << name;
+                    if (!fed) open.erase(key + " " + making.block);
+                }
+                const bool shows = has_word(reg.followers, "pre_ee_hw");  // the debug view's shift
+                EXPECT_TRUE(!shows || key == "reg_ee_debug_shift_bit");
+                EXPECT_TRUE(reg.followers[0] != '\0' || bench.stages == before) << key;
+                cmodel_set(m, reg.key, value);
+            }
+        }
+        std::string left;
+        for (const std::string& s : open) left += s + "\n";
+        EXPECT_EQ(left, "") << pipeline << ", texture mode " << texture;
+    }
+}
+
+TEST(Tables, TextureModeReachesWhatItSays) {
+    std::set<std::string> reached;
+    for (I n = 0; n < 50; ++n) {
+        Handle m("pre_ee");
+        Stages made[2];
+        for (int texture = 0; texture < 2; ++texture) {
+            Random r = generator(1000121, n);
+            set_anything(r, m, texture), cmodel_unbind(m);
+            Bench bench(r, m, "pre_ee", texture);
+            EXPECT_EQ(cmodel_run(m), 0);
+            made[texture] = bench.stages;
+        }
+        for (const auto& [name, samples] : made[0])
+            if (made[1].count(name) && made[1][name] != samples) reached.insert(name);
+    }
+    for (int i = 0; i < cmodel_stage_count("pre_ee"); ++i) {
+        const cmodel_stage_info& s = *cmodel_stage("pre_ee", i);
+        if (s.making[0].block == nullptr || s.making[1].block == nullptr) continue;
+        bool fed = false;
+        for (const std::string& source : reached) fed |= has_word(s.making[1].made_of, source);
+        EXPECT_EQ(has_word(s.making[1].registers, "reg_ee_texture_mode") || fed, reached.count(s.name) > 0)
+            << s.name;
+    }
+}
 }  // namespace
