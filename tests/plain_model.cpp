@@ -112,6 +112,8 @@ Plane sign_image(const Plane& v) {
     return out;
 }
 
+}  // namespace
+
 Plane take_channel(const Plane& in, int c) {
     return per_pixel(in, in.depth, [&](int x, int y) { return in(x, y, c); });
 }
@@ -131,6 +133,8 @@ Plane rgb_to_ycbcr(const Plane& rgb) {
         }
     return out;
 }
+
+namespace {
 
 // ---- Text and files -----------------------------------------------------------------------------
 
@@ -410,6 +414,9 @@ void pre_delta(Model& m, const Plane& in, Plane& mf, Plane& hf, const std::strin
         return per_pixel(
             in, 8, [&](int x, int y) { return test(x, y) != 0 ? std::min<I>(magnitude(hf(x, y)), 255) : 0; });
     };
+    const std::string prefix = tag == "Yin" ? "y" : "yfusion";
+    m.stages[prefix + "_mf"] = mf, m.stages[prefix + "_mf_over"] = over[0];
+    m.stages[prefix + "_hf"] = hf, m.stages[prefix + "_hf_over"] = over[1];
     save(m, tag + "_dbg_delta_MF_8b.ppm", sign_image(mf), true);
     save(m, tag + "_dbg_delta_HF_8b.ppm", sign_image(hf), true);
     save(m, tag + "_dbg_delta_MF_8b_gray.ppm", gray(mf), true);
@@ -467,6 +474,10 @@ Plane flat_det(Model& m, const Plane& in, const Plane& fusion, const Plane& delt
             (bright_edge * window(in, x, y, bright_reach)) >> 10 < window(delta_in, x, y, bright_reach);
         map.set3(x, y, edge ? 0 : 255, 255, 255);
         return edge ? scale(bright_gain, df) : di;
+    });
+    const int class_of_colour[8] = {0, -1, -1, 4, 2, 3, 1, 5};  // by red, green, blue
+    m.stages[tag == "MF" ? "mf_texture" : "hf_texture"] = per_pixel(in, 3, [&](int x, int y) {
+        return class_of_colour[(map(x, y) & 4) + (map(x, y, 1) & 2) + (map(x, y, 2) & 1)];
     });
     save(m, tag + "_dbg_delta_8b_FlatDet.ppm", map, true);
     return out;
@@ -671,6 +682,26 @@ Plane finish(Model& m, Chain& c, const Plane& y, const Plane& src, const Plane& 
     c.total_delta = total_delta(m, c.cored, c.total);
     c.clamped = shoot(m, c.total_delta, y, c.max, c.min, pro);
     const Plane merged = merge(m, c.clamped, src);
+    m.stages.insert({{"cb_full", c.cb},
+                     {"cr_full", c.cr},
+                     {"local_max", c.max},
+                     {"local_min", c.min},
+                     {"local_range", c.range},
+                     {"lpf_y", take_channel(c.ref, 0)},
+                     {"lpf_cb", take_channel(c.ref, 1)},
+                     {"lpf_cr", take_channel(c.ref, 2)},
+                     {"mf_delta", c.mf},
+                     {"hf_delta", c.hf},
+                     {"coring_level", c.core},
+                     {"cored_delta", c.cored},
+                     {"delta_gain", c.delta},
+                     {"luma_gain", c.luma},
+                     {"chroma_gain", c.chroma},
+                     {"motion_gain", c.motion},
+                     {"total_gain", c.total},
+                     {"total_delta", c.total_delta},
+                     {"limited_delta", c.clamped},
+                     {"sharpened", merged}});
     const Plane* const shown[12] = {nullptr, &c.mf,     &c.hf,     &c.core,  &c.cored,       &c.delta,
                                     &c.luma, &c.chroma, &c.motion, &c.total, &c.total_delta, &c.clamped};
     const I mode = m.reg("ee_debug_mode"), shift = m.reg("ee_debug_shift_bit");
@@ -727,7 +758,7 @@ Plane Model::ee_hw(const Plane& in, const Plane& cb, const Plane& cr, const Plan
                    const Plane& motion) {
     if (reg("ee_enable") == 0) return image;
     Chain c;
-    const Plane clean = pre_process(*this, in);
+    const Plane clean = stages["clean_y"] = pre_process(*this, in);
     begin(*this, c, clean, cb, cr);
     classic_delta(*this, clean, c.mf, c.hf);
     return finish(*this, c, clean, image, motion, in.channels, false);

@@ -53,6 +53,7 @@ struct Model {
     std::vector<Register> registers;
     std::vector<Record> log;
     std::map<std::string, std::string> files;  // path -> bytes, debug images included
+    std::map<std::string, Plane> stages;       // what the blocks of the last run made
 
     explicit Model(const std::string& instance);
     void load(const std::string& path);
@@ -70,6 +71,9 @@ struct Curve {
     int in[4], out[4], slope[3];
     I operator()(I x) const;
 };
+
+Plane take_channel(const Plane& in, int c);
+Plane rgb_to_ycbcr(const Plane& rgb);
 
 // Hue (256 a turn) and approximate length of a vector.
 I hue_of(I a, I b);

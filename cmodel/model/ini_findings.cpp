@@ -130,7 +130,8 @@ class Checker {
                                         {reg_ee_chroma_amp_lut_in_0, true},
                                         {reg_ee_motion_lut_in_0, true}};
     static constexpr int kUnitWeight = 128;
-    static constexpr int kMaxSuggestions = 1000;  // each compares a key with all registers
+    static constexpr size_t kLongestSection = 64;  // the parser cuts names to fewer characters
+    static constexpr int kMaxSuggestions = 1000;   // each compares a key with all registers
 
     struct Section {
         std::string name;
@@ -147,23 +148,36 @@ class Checker {
     // line before is done with.
     static char* read_line(char* buffer, int size, void* user) {
         Checker& self = *static_cast<Checker*>(user);
-        self.finish_line();
+        return self.keep_error([&] { self.finish_line(); }) ? self.take_line(buffer, size) : nullptr;
+    }
+
+    // The parser is C and would lose its line buffer to an exception. False: an error, now or before.
+    template <typename Call>
+    bool keep_error(Call call) {
+        try {
+            call();
+        } catch (const std::bad_alloc&) {
+            error_ = ENOMEM;
+        }
+        return error_ == 0;
+    }
+
+    char* take_line(char* buffer, int size) {
         int length = 0;
-        for (int c = '\0'; c != '\n' && length + 1 < size && (c = getc_unlocked(self.file_)) != EOF;) {
+        for (int c = '\0'; c != '\n' && length + 1 < size && (c = getc_unlocked(file_)) != EOF;) {
             buffer[length++] = static_cast<char>(c);
         }
-        if (std::ferror(self.file_) != 0) {
-            self.error_ = errno;
+        if (std::ferror(file_) != 0) {
+            error_ = errno;
         }
-        if (length == 0 || self.error_ != 0) {
+        if (length == 0 || error_ != 0) {
             return nullptr;
         }
         buffer[length] = '\0';
-        self.line_ += self.line_ended_ ? 1 : 0;
-        self.line_ended_ = buffer[length - 1] == '\n';
-        self.text_ = buffer;
-        self.has_key_ = false;
-        return buffer;
+        line_ += line_ended_ ? 1 : 0;
+        line_ended_ = buffer[length - 1] == '\n';
+        has_key_ = false;
+        return keep_error([&] { text_ = buffer; }) ? buffer : nullptr;
     }
 
     // A line that gave no key: blank, a comment, a section header or malformed.
@@ -186,6 +200,7 @@ class Checker {
     // first line of a file may begin with a byte-order mark.
     static std::string parse_header(const std::string& line, bool is_first, int& error) {
         std::string section;
+        section.reserve(kLongestSection);  // nothing may fail in the parser, which is C
         const auto take_section = [](void* user, const char* name, const char*, const char*) {
             *static_cast<std::string*>(user) = name;
             return 1;
@@ -201,8 +216,8 @@ class Checker {
     // ---- Keys ----
 
     static int take_key(void* user, const char* section, const char* key, const char* value) {
-        static_cast<Checker*>(user)->check_key(section, key, value);
-        return 1;
+        Checker& self = *static_cast<Checker*>(user);
+        return self.keep_error([&] { self.check_key(section, key, value); }) ? 1 : 0;
     }
 
     void check_key(const char* section, const std::string& key, const std::string& value) {

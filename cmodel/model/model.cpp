@@ -4,12 +4,26 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
 namespace {
 
 using namespace cm;
+
+struct ByteRange {
+    uintptr_t first, last;
+};
+
+ByteRange bytes_of(const cmodel_plane& p) {
+    const uintptr_t at = reinterpret_cast<uintptr_t>(p.data);
+    const ptrdiff_t along = p.step * (p.width - 1);
+    const ptrdiff_t down = p.row_stride * (p.height - 1);
+    const ptrdiff_t low = std::min<ptrdiff_t>(along, 0) + std::min<ptrdiff_t>(down, 0);
+    const ptrdiff_t high = std::max<ptrdiff_t>(along, 0) + std::max<ptrdiff_t>(down, 0);
+    return {at + static_cast<uintptr_t>(low), at + static_cast<uintptr_t>(high + bytes_of_type(p.type) - 1)};
+}
 
 // What no plane may be, whatever it is for.
 int check_plane(cmodel& m, const char* name, const cmodel_plane& p) {
@@ -24,9 +38,11 @@ int check_plane(cmodel& m, const char* name, const cmodel_plane& p) {
         return m.fail(CMODEL_BAD_ARGUMENT, "%s: a plane of %dx%d cannot be", name, p.width, p.height);
     }
     ptrdiff_t along, down;
-    if (__builtin_mul_overflow(p.step, ptrdiff_t{p.width}, &along) ||
-        __builtin_mul_overflow(p.row_stride, ptrdiff_t{p.height}, &down) ||
-        __builtin_add_overflow(along, down, &along)) {
+    const bool spans = !__builtin_mul_overflow(p.step, ptrdiff_t{p.width}, &along) &&
+                       !__builtin_mul_overflow(p.row_stride, ptrdiff_t{p.height}, &down);
+    constexpr ptrdiff_t kFarthest = PTRDIFF_MAX / 4;
+    if (!spans || std::max(along, down) > kFarthest || std::min(along, down) < -kFarthest ||
+        bytes_of(p).last < bytes_of(p).first) {
         return m.fail(CMODEL_BAD_ARGUMENT,
                       "%s: %dx%d samples, %td bytes apart in rows %td bytes apart, lie beyond memory", name,
                       p.width, p.height, p.step, p.row_stride);
@@ -51,32 +67,45 @@ int check_written_plane(cmodel& m, const char* name, const cmodel_plane& p) {
     return 0;
 }
 
-struct ByteRange {
-    uintptr_t first, last;
+// A plane's rows, or its columns, as runs of samples: `bytes` of every `step`, over `length`, again and again
+// after `period`.
+struct Runs {
+    ptrdiff_t bytes, step, length, period;
 };
 
-ByteRange bytes_of(const cmodel_plane& p) {
-    const uintptr_t at = reinterpret_cast<uintptr_t>(p.data);
-    const ptrdiff_t along = p.step * (p.width - 1);
-    const ptrdiff_t down = p.row_stride * (p.height - 1);
-    const ptrdiff_t low = std::min<ptrdiff_t>(along, 0) + std::min<ptrdiff_t>(down, 0);
-    const ptrdiff_t high = std::max<ptrdiff_t>(along, 0) + std::max<ptrdiff_t>(down, 0);
-    return {at + static_cast<uintptr_t>(low), at + static_cast<uintptr_t>(high + bytes_of_type(p.type) - 1)};
+Runs runs_of(const cmodel_plane& p, bool columns) {
+    const ptrdiff_t bytes = bytes_of_type(p.type);
+    const ptrdiff_t along = p.width > 1 ? std::abs(p.step) : 0;
+    const ptrdiff_t down = p.height > 1 ? std::abs(p.row_stride) : 0;
+    return columns ? Runs{bytes, down, down * (p.height - 1) + bytes, along}
+                   : Runs{bytes, along, along * (p.width - 1) + bytes, down};
 }
 
-// Whether two planes may share a byte. Channels of one interleaved picture do not.
+// Whether runs that begin `offset` bytes behind others lie between those, or sample by sample between theirs.
+bool alternate(const Runs& first, const Runs& second, ptrdiff_t offset) {
+    if (first.period == 0 || first.period != second.period || first.length > first.period) {
+        return false;
+    }
+    const ptrdiff_t behind = (offset % first.period + first.period) % first.period;
+    const bool between = first.step > 0 && first.step == second.step && behind % first.step >= first.bytes &&
+                         behind % first.step + second.bytes <= first.step;
+    return behind + second.length <= first.period && (behind >= first.length || between);
+}
+
+// Whether two planes may share a byte. Channels of one interleaved picture do not, nor do parts of a picture
+// side by side.
 bool overlap(const cmodel_plane& a, const cmodel_plane& b) {
     const ByteRange ra = bytes_of(a), rb = bytes_of(b);
     if (ra.last < rb.first || rb.last < ra.first) {
         return false;
     }
-    const ptrdiff_t step = a.step < 0 ? -a.step : a.step;
-    if (a.step == b.step && a.row_stride == b.row_stride && step > 0 && a.row_stride % step == 0) {
-        const ptrdiff_t apart = static_cast<const uint8_t*>(b.data) - static_cast<const uint8_t*>(a.data);
-        const ptrdiff_t offset = (apart % step + step) % step;  // of b's samples behind a's
-        return offset < bytes_of_type(a.type) || offset + bytes_of_type(b.type) > step;
+    const ptrdiff_t offset = static_cast<ptrdiff_t>(rb.first - ra.first);
+    bool apart = false;
+    for (const bool columns : {false, true}) {
+        const Runs of_a = runs_of(a, columns), of_b = runs_of(b, columns);
+        apart = apart || alternate(of_a, of_b, offset) || alternate(of_b, of_a, -offset);
     }
-    return true;
+    return !apart;
 }
 
 // The planes of one run as rows, and what is missing for it.
@@ -260,7 +289,7 @@ class Run {
     // The block is off: luma, or in the classic pipeline what would be sharpened, goes out as it is.
     int copy() {
         const RowSource& from = *source(classic() ? Plane::ynr : Plane::y);
-        ArraySink sink(*m_.output, area_.x, area_.width);
+        ArraySink& sink = sinks_[kPlanes].emplace(*m_.output, area_.x, area_.width);
         m_.memory.reset();
         int32_t* const row = m_.memory.take<int32_t>(static_cast<size_t>(area_.width));
         if (row == nullptr) {
@@ -270,7 +299,7 @@ class Run {
             from.read(y, area_.x, area_.width, row);
             sink.put(y, row);
         }
-        return 0;
+        return check_lost();
     }
 
     int fail_for_memory() {
@@ -408,6 +437,9 @@ int cmodel::fail(int status, const char* fmt, ...) {
     va_start(args, fmt);
     std::vsnprintf(error, sizeof error, fmt, args);
     va_end(args);
+    // Names that callers and files gave may hold anything; the text is one line.
+    std::replace_if(
+        error, error + std::strlen(error), [](unsigned char c) { return c < ' '; }, '?');
     return status;
 }
 

@@ -21,6 +21,11 @@ void add_name(std::string& list, const char* name) {
     list += name;
 }
 
+const Block* writing_block(Plane plane, Variant variant) {
+    const Step* const step = find_writer(plane, variant);
+    return step != nullptr ? step->block : nullptr;
+}
+
 // The stages of one pipeline, with the texts that their records point to.
 class StageTable {
   public:
@@ -71,7 +76,7 @@ class StageTable {
         for (const RegRow& row : kRegTable) {
             const bool chooses = variant != kClassic && row.is_followed_by(pipeline.function) &&
                                  &row == &kRegTable[reg_ee_texture_mode] &&
-                                 find_writer(plane, kPlain) != find_writer(plane, kTexture);
+                                 writing_block(plane, kPlain) != writing_block(plane, kTexture);
             if (row.is_followed_by(step->block->name) || chooses) {
                 add_name(registers, row.key);
             }
