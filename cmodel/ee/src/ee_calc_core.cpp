@@ -2,6 +2,9 @@
 // brightness or fixed, blended by motion:
 //
 //   level = ((128 - w) * still + w * moving) >> (15 - depth)      w: share of the moving level, in 128ths
+#include <algorithm>
+#include <iterator>
+
 #include "block_on_frames.h"
 #include "ee_blocks.h"
 #include "ee_curve.h"
@@ -38,6 +41,11 @@ struct CalcCore {
         }
         weight.set(r, reg_ee_mcore_gain_lut_in_0);
         shift = (Wrap(15) - setup.in_depth) & 31;
+    }
+
+    // Weights above the whole make levels below zero.
+    bool fits_narrow() const {
+        return *std::max_element(std::begin(weight.entry), std::end(weight.entry)) <= kUnitWeight;
     }
 
     template <typename T>

@@ -155,8 +155,8 @@ template <typename T>
 void ChromaGain::run(const BlockRows<T>& rows) const {
     const T* const cb = rows.in[by_lowpass ? 2 : 0];
     const T* const cr = rows.in[by_lowpass ? 3 : 1];
-    int32_t bits = ~0;
-    if (by_chroma != nullptr) {
+    int32_t bits = by_chroma != nullptr ? 0 : ~0;
+    if (sizeof(T) > sizeof(int16_t) && by_chroma != nullptr) {  // narrow rows hold 8-bit chroma anyway
         gather_bits_row(cb, cr, rows.width, bits);
     }
     if ((bits & ~255) == 0) {
