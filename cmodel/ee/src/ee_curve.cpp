@@ -1,56 +1,44 @@
 #include "ee_curve.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 
 #include "common.h"
 #include "fixed_point.h"
-#include "row_targets.h"
 
 namespace cm {
 namespace {
 
 template <typename Table>
-bool all_equal(const Table& table) {
-    return std::all_of(std::begin(table.entry), std::end(table.entry),
-                       [&](int32_t v) { return v == table.entry[0]; });
+void finish_table(Table& table) {
+    table.is_constant = std::all_of(std::begin(table.entry), std::end(table.entry),
+                                    [&](int32_t v) { return v == table.entry[0]; });
+    std::copy_n(table.entry, 256, table.entry16);
 }
 
-CM_ROW_TEMPLATE(gather_bits_row, (const T* in, int width, int32_t& bits), (in, width, bits)) {
-    T any = 0;
-    for (int x = 0; x < width; ++x) {
-        any = static_cast<T>(any | in[x]);
-    }
-    bits = any;
-}
-
-// Nothing to look up in a constant curve, nothing to clamp in a row of 8-bit values.
-template <typename T>
-void look_up_curve(const T* in, T* __restrict out, int width, const CurveTable& table) {
-    if (table.is_constant) {
-        std::fill_n(out, width, static_cast<T>(table.entry[0]));
-        return;
-    }
-    int32_t bits = 0;
-    gather_bits_row(in, width, bits);
-    if ((bits & ~255) == 0) {
-        for (int x = 0; x < width; ++x) {
-            out[x] = static_cast<T>(table.entry[in[x]]);
+// Four samples at a time, which come and go in one word each.
+void look_up_bytes(const int16_t* in, int16_t* __restrict out, int width, const int16_t (&entry)[256]) {
+    int x = 0;
+    for (; x + 4 <= width; x += 4) {
+        uint64_t four, found = 0;
+        std::memcpy(&four, in + x, sizeof four);
+        for (int shift = 0; shift < 64; shift += 16) {
+            found |= uint64_t{static_cast<uint16_t>(entry[four >> shift & 255])} << shift;
         }
+        std::memcpy(out + x, &found, sizeof found);
+    }
+    for (; x < width; ++x) {
+        out[x] = entry[in[x] & 255];
+    }
+}
+
+template <typename Table>
+void look_up(const int16_t* in, int16_t* __restrict out, int width, const Table& table) {
+    if (table.is_constant) {
+        std::fill_n(out, width, table.entry16[0]);
     } else {
-        for (int x = 0; x < width; ++x) {
-            out[x] = static_cast<T>(table.entry[clamp32(in[x], 0, 256)]);
-        }
-    }
-}
-
-template <typename T>
-void look_up_gain(const T* in, T* __restrict out, int width, const GainTable& table) {
-    if (table.is_constant) {
-        std::fill_n(out, width, static_cast<T>(table.entry[0]));
-        return;
-    }
-    for (int x = 0; x < width; ++x) {
-        out[x] = static_cast<T>(table.entry[in[x] & 255]);
+        look_up_bytes(in, out, width, table.entry16);
     }
 }
 
@@ -68,12 +56,16 @@ void CurveTable::set(const Registers& r, int first_slot) {
     for (int v = 0; v <= 256; ++v) {
         entry[v] = CM_LUT(v, in, out, slope, kKnots, 4);
     }
-    is_constant = all_equal(*this);
+    finish();
 }
 
 void CurveTable::set_constant(int32_t value) {
     std::fill(std::begin(entry), std::end(entry), value);
-    is_constant = true;
+    finish();
+}
+
+void CurveTable::finish() {
+    finish_table(*this);
 }
 
 bool curve_exceeds_unit(const Registers& r, int first_slot) {
@@ -94,25 +86,33 @@ void GainTable::set(const Registers& r, int first_slot, bool circular) {
         const int f = v & 7;
         entry[v] = (r[first_slot + j] * f + r[first_slot + i] * (8 - f) + 1) >> 1;
     }
-    is_constant = all_equal(*this);
+    finish();
 }
 
 void GainTable::set_constant(int32_t value) {
     std::fill(std::begin(entry), std::end(entry), value);
-    is_constant = true;
+    finish();
 }
 
-void curve_row(const int32_t* in, int32_t* out, int width, const CurveTable& table) {
-    look_up_curve(in, out, width, table);
+void GainTable::finish() {
+    finish_table(*this);
+}
+
+void curve_row(const int32_t* in, int32_t* __restrict out, int width, const CurveTable& table) {
+    for (int x = 0; x < width; ++x) {
+        out[x] = table.entry[clamp32(in[x], 0, 256)];
+    }
 }
 void curve_row(const int16_t* in, int16_t* out, int width, const CurveTable& table) {
-    look_up_curve(in, out, width, table);
+    look_up(in, out, width, table);
 }
-void gain_row(const int32_t* in, int32_t* out, int width, const GainTable& table) {
-    look_up_gain(in, out, width, table);
+void gain_row(const int32_t* in, int32_t* __restrict out, int width, const GainTable& table) {
+    for (int x = 0; x < width; ++x) {
+        out[x] = table.entry[in[x] & 255];
+    }
 }
 void gain_row(const int16_t* in, int16_t* out, int width, const GainTable& table) {
-    look_up_gain(in, out, width, table);
+    look_up(in, out, width, table);
 }
 
 }  // namespace cm
