@@ -21,7 +21,7 @@ inline constexpr int kCurveSlope = 2 * kKnots;
 struct CurveTable {
     int32_t entry[257];
     int16_t entry16[256];  // the same, for rows of 8-bit samples; outputs fit
-    bool is_constant;
+    bool is_constant, fits_bytes;
 
     void set(const Registers& r, int first_slot);
     void set_constant(int32_t value);
@@ -36,7 +36,7 @@ bool curve_exceeds_unit(const Registers& r, int first_slot);
 struct GainTable {
     int32_t entry[256];
     int16_t entry16[256];
-    bool is_constant;
+    bool is_constant, fits_bytes;
 
     // 4 times the entry interpolated between the 33 registers. A circular table takes its entry 0 in place of
     // the 33rd.
