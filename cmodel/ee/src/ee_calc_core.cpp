@@ -2,6 +2,9 @@
 // brightness or fixed, blended by motion:
 //
 //   level = ((128 - w) * still + w * moving) >> (15 - depth)      w: share of the moving level, in 128ths
+#include <algorithm>
+#include <iterator>
+
 #include "block_on_frames.h"
 #include "ee_blocks.h"
 #include "ee_curve.h"
@@ -21,11 +24,12 @@ CM_ROW_TEMPLATE(blend_level_row,
 }
 
 struct CalcCore {
-    bool by_lowpass;    // brightness from the low-pass reference, else from luma itself
-    CurveTable still;   // level of still areas, by brightness
-    CurveTable moving;  // level of moving areas, by brightness
-    CurveTable weight;  // share of the moving level, by motion
-    int shift;          // from levels in 8-bit codes times 128 to units of the luma's depth
+    bool by_lowpass;       // brightness from the low-pass reference, else from luma itself
+    CurveTable still;      // level of still areas, by brightness
+    CurveTable moving;     // level of moving areas, by brightness
+    CurveTable weight;     // share of the moving level, by motion
+    CurveTable by_motion;  // the level, where neither depends on brightness
+    int shift;             // from levels in 8-bit codes times 128 to units of the luma's depth
 
     void configure(const Registers& r, const BlockSetup& setup) {
         by_lowpass = r[reg_ee_lumaref_lpf_en] == 1;
@@ -38,6 +42,16 @@ struct CalcCore {
         }
         weight.set(r, reg_ee_mcore_gain_lut_in_0);
         shift = (Wrap(15) - setup.in_depth) & 31;
+        for (int v = 0; v <= 256; ++v) {
+            const Wrap w = weight.entry[v];
+            by_motion.entry[v] = ((kUnitWeight - w) * still.entry[0] + w * moving.entry[0]) >> shift;
+        }
+        by_motion.finish();
+    }
+
+    // Weights above the whole make levels below zero.
+    bool fits_narrow() const {
+        return *std::max_element(std::begin(weight.entry), std::end(weight.entry)) <= kUnitWeight;
     }
 
     template <typename T>
@@ -45,6 +59,10 @@ struct CalcCore {
         const T* const brightness = by_lowpass ? rows.in[1] : rows.in[0];
         const T* const motion = rows.in[2];
         T* const level = rows.out[0];
+        if (still.is_constant && moving.is_constant) {
+            curve_row(motion, level, rows.width, by_motion);
+            return;
+        }
         T moving_level[kTile];
         T share[kTile];
         for_each_tile(rows.width, [&](int64_t x0, int tile) {

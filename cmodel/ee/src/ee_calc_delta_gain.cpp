@@ -23,6 +23,7 @@ struct CalcDeltaGain {
         for (int32_t& entry : gain.entry) {
             entry = min32(entry, kMaxGain);
         }
+        gain.finish();
     }
 
     template <typename T>

@@ -4,6 +4,7 @@
 //   (cb, cr) --+-- CORDIC hue ------> hue table ---- h --+
 //              +-- amplitude -------> curve -------- w --+--> ((128 - w) * 64 + w * h) >> 7
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 
 #include "block_on_frames.h"
@@ -110,10 +111,28 @@ CM_ROW_TEMPLATE(chroma_compute_row,
     }
 }
 
-template <typename T>
-void chroma_lookup_row(const T* cb, const T* cr, T* __restrict gain, int width,
+void chroma_lookup_row(const int32_t* cb, const int32_t* cr, int32_t* __restrict gain, int width,
                        const int16_t* __restrict table) {
     for (int x = 0; x < width; ++x) {
+        gain[x] = table[cb[x] << 8 | cr[x]];
+    }
+}
+
+// Four samples at a time, which come and go in one word each.
+void chroma_lookup_row(const int16_t* cb, const int16_t* cr, int16_t* __restrict gain, int width,
+                       const int16_t* __restrict table) {
+    int x = 0;
+    for (; x + 4 <= width; x += 4) {
+        uint64_t high, low, found = 0;
+        std::memcpy(&high, cb + x, sizeof high);
+        std::memcpy(&low, cr + x, sizeof low);
+        const uint64_t index = high << 8 | low;  // 8-bit samples in lanes of 16 bits
+        for (int shift = 0; shift < 64; shift += 16) {
+            found |= uint64_t{static_cast<uint16_t>(table[index >> shift & 65535])} << shift;
+        }
+        std::memcpy(gain + x, &found, sizeof found);
+    }
+    for (; x < width; ++x) {
         gain[x] = table[cb[x] << 8 | cr[x]];
     }
 }
@@ -155,8 +174,8 @@ template <typename T>
 void ChromaGain::run(const BlockRows<T>& rows) const {
     const T* const cb = rows.in[by_lowpass ? 2 : 0];
     const T* const cr = rows.in[by_lowpass ? 3 : 1];
-    int32_t bits = ~0;
-    if (by_chroma != nullptr) {
+    int32_t bits = by_chroma != nullptr ? 0 : ~0;
+    if (sizeof(T) > sizeof(int16_t) && by_chroma != nullptr) {  // narrow rows hold 8-bit chroma anyway
         gather_bits_row(cb, cr, rows.width, bits);
     }
     if ((bits & ~255) == 0) {

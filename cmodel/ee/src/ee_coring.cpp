@@ -22,8 +22,8 @@ struct Coring {
         *this = {r[reg_ee_mf_core_gain], r[reg_mf_blend_wgt], r[reg_hf_blend_wgt]};
     }
 
-    template <typename T>
-    void run(const BlockRows<T>& rows) const;
+    void run(const BlockRows<int32_t>& rows) const;
+    void run(const BlockRows<int16_t>& rows) const;
 
     void report(const BlockReport& report) const {
         if (report.images()) {
@@ -32,25 +32,62 @@ struct Coring {
     }
 };
 
+// ---- In its simplest terms ----
+
 CM_INLINE int32_t core_sample(int32_t delta, int32_t level) {
     return with_sign(delta, max32(Wrap(magnitude(delta)) - Wrap(level), 0));
 }
 
-CM_ROW_TEMPLATE(coring_row,
-                (const T* mf, const T* hf, const T* level, T* __restrict out, int width,
-                 const Coring& shared),
-                (mf, hf, level, out, width, shared)) {
-    const Coring c = shared;
-    for (int x = 0; x < width; ++x) {
-        const Wrap a = core_sample(mf[x], (Wrap(level[x]) * c.mf_core_gain_q7) >> 7);
+CM_ROW_FUNCTION(coring_row, (const BlockRows<int32_t>& rows, const Coring& c), (rows, c)) {
+    const int32_t *const mf = rows.in[0], *const hf = rows.in[1], *const level = rows.in[2];
+    int32_t* __restrict const out = rows.out[0];
+    const Coring k = c;
+    for (int x = 0; x < rows.width; ++x) {
+        const Wrap a = core_sample(mf[x], (Wrap(level[x]) * k.mf_core_gain_q7) >> 7);
         const Wrap b = core_sample(hf[x], level[x]);
-        out[x] = static_cast<T>(shift_magnitude(a * c.mf_wgt_q8 + b * c.hf_wgt_q8, 8, kDeltaMax));
+        out[x] = shift_magnitude(a * k.mf_wgt_q8 + b * k.hf_wgt_q8, 8, kDeltaMax);
     }
 }
 
-template <typename T>
-void Coring::run(const BlockRows<T>& rows) const {
-    coring_row(rows.in[0], rows.in[1], rows.in[2], rows.out[0], rows.width, *this);
+void Coring::run(const BlockRows<int32_t>& rows) const {
+    coring_row(rows, *this);
+}
+
+// ---- In 16 bits ----
+//
+// Levels are not negative, so cored deltas stay within 2047. Each product with its weight is a multiple of
+// 256, from one multiplication, and a rest, from another; the rests decide the rounding toward zero.
+
+CM_INLINE int16_t core_sample16(int16_t delta, int16_t level) {
+    const int16_t negative = below16(delta, 0);
+    return with_sign16(negative, max16(static_cast<int16_t>(with_sign16(negative, delta) - level), 0));
+}
+
+CM_ROW_FUNCTION(coring_row16,
+                (const int16_t* mf, const int16_t* hf, const int16_t* level, int16_t* __restrict out,
+                 int width, const Coring& c),
+                (mf, hf, level, out, width, c)) {
+    using S = int16_t;
+    const S mf_core_gain = static_cast<S>(c.mf_core_gain_q7 << 7);
+    const S mf_wgt = static_cast<S>(c.mf_wgt_q8), hf_wgt = static_cast<S>(c.hf_wgt_q8);
+    const S mf_factor = static_cast<S>(c.mf_wgt_q8 << 4), hf_factor = static_cast<S>(c.hf_wgt_q8 << 4);
+    for (int x = 0; x < width; ++x) {
+        const S a = core_sample16(mf[x], high_product(static_cast<S>(level[x] << 2), mf_core_gain));
+        const S b = core_sample16(hf[x], level[x]);
+        const S whole = static_cast<S>(high_product(static_cast<S>(a << 4), mf_factor) +
+                                       high_product(static_cast<S>(b << 4), hf_factor));
+        const S rest =
+            static_cast<S>((static_cast<S>(a * mf_wgt) & 255) + (static_cast<S>(b * hf_wgt) & 255));
+        const S sum = static_cast<S>(whole + static_cast<S>(rest >> 8));
+        // A negative sum with a rest is one nearer to zero.
+        const S has_rest = static_cast<S>(static_cast<S>((rest & 255) + 255) >> 8);
+        const S rounded = static_cast<S>(sum + (has_rest & below16(sum, 0)));
+        out[x] = min16(max16(rounded, -kDeltaMax), kDeltaMax);
+    }
+}
+
+void Coring::run(const BlockRows<int16_t>& rows) const {
+    coring_row16(rows.in[0], rows.in[1], rows.in[2], rows.out[0], rows.width, *this);
 }
 
 }  // namespace

@@ -20,10 +20,13 @@ inline constexpr int kCurveSlope = 2 * kKnots;
 // A curve for any input: knots lie in 0..255, so inputs below and above act as 0 and 256 do.
 struct CurveTable {
     int32_t entry[257];
-    bool is_constant;
+    int16_t entry16[256];  // the same, for rows of 8-bit samples; outputs fit
+    bool is_constant, fits_bytes;
 
     void set(const Registers& r, int first_slot);
     void set_constant(int32_t value);
+    // After entries were changed.
+    void finish();
 };
 
 // Whether an output of the curve is above the whole of a weight in 128ths.
@@ -32,14 +35,17 @@ bool curve_exceeds_unit(const Registers& r, int first_slot);
 // A gain that depends on the low eight bits of its input.
 struct GainTable {
     int32_t entry[256];
-    bool is_constant;
+    int16_t entry16[256];
+    bool is_constant, fits_bytes;
 
     // 4 times the entry interpolated between the 33 registers. A circular table takes its entry 0 in place of
     // the 33rd.
     void set(const Registers& r, int first_slot, bool circular);
     void set_constant(int32_t value);
+    void finish();
 };
 
+// 16-bit rows are of 8-bit samples.
 void curve_row(const int32_t* in, int32_t* out, int width, const CurveTable& table);
 void curve_row(const int16_t* in, int16_t* out, int width, const CurveTable& table);
 void gain_row(const int32_t* in, int32_t* out, int width, const GainTable& table);

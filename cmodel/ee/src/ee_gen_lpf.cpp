@@ -14,24 +14,27 @@ namespace {
 
 constexpr int kGainLog2 = 4;
 
+// The arithmetic of either form: 8-bit codes, 16 of which add up in 16 bits.
 CM_ROW_TEMPLATE(lpf_luma_row, (const T* const* rows, T* __restrict out, int width), (rows, out, width)) {
+    using L = LaneOf<T>;
     const T* const above = rows[0];
     const T* const here = rows[1];
     const T* const below = rows[2];
     for (int x = 0; x < width; ++x) {
-        const Wrap left = Wrap(above[x - 1]) + Wrap(here[x - 1]) * 2 + Wrap(below[x - 1]);
-        const Wrap mid = Wrap(above[x]) + Wrap(here[x]) * 2 + Wrap(below[x]);
-        const Wrap right = Wrap(above[x + 1]) + Wrap(here[x + 1]) * 2 + Wrap(below[x + 1]);
-        out[x] = static_cast<T>(int32_t{(left + mid * 2 + right) >> kGainLog2});
+        const L left = L(above[x - 1]) + L(here[x - 1]) * 2 + L(below[x - 1]);
+        const L mid = L(above[x]) + L(here[x]) * 2 + L(below[x]);
+        const L right = L(above[x + 1]) + L(here[x + 1]) * 2 + L(below[x + 1]);
+        out[x] = (left + mid * 2 + right) >> kGainLog2;
     }
 }
 
 CM_ROW_TEMPLATE(lpf_chroma_row, (const T* in, T* __restrict out, int width), (in, out, width)) {
+    using L = LaneOf<T>;
     for (int x = 0; x < width; ++x) {
-        const Wrap outer = Wrap(in[x - 2]) + Wrap(in[x + 2]);
-        const Wrap inner = Wrap(in[x - 1]) + Wrap(in[x + 1]);
-        const Wrap centred = outer + inner * 4 + Wrap(in[x]) * 6 - (kChromaMid << kGainLog2);
-        out[x] = static_cast<T>(int32_t{Wrap(round_toward(centred, kGainLog2)) + kChromaMid});
+        const L outer = L(in[x - 2]) + L(in[x + 2]);
+        const L inner = L(in[x - 1]) + L(in[x + 1]);
+        const L centred = outer + inner * 4 + L(in[x]) * 6 - (kChromaMid << kGainLog2);
+        out[x] = L(round_toward(centred, kGainLog2)) + kChromaMid;
     }
 }
 

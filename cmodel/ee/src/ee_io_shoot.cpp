@@ -37,8 +37,8 @@ struct IOShoot {
                  r[reg_ee_shoot_mode]};
     }
 
-    template <typename T>
-    void run(const BlockRows<T>& rows) const;
+    void run(const BlockRows<int32_t>& rows) const;
+    void run(const BlockRows<int16_t>& rows) const;
 
     void report(const BlockReport& report) const {
         if (kKind == Shoot::kPro) {
@@ -81,33 +81,69 @@ CM_INLINE int32_t limit_delta(int32_t delta, int32_t luma, int32_t max, int32_t 
     return with_sign(r, magnitude(r) / 8);
 }
 
-CM_ROW_TEMPLATE(shoot_pro_row,
-                (const T* delta, const T* luma, const T* max, const T* min, T* __restrict out, int width,
-                 const IOShoot<Shoot::kPro>& shared),
-                (delta, luma, max, min, out, width, shared)) {
-    const IOShoot<Shoot::kPro> c = shared;
-    for (int x = 0; x < width; ++x) {
+template <Shoot kKind, typename T>
+CM_INLINE void shoot_tile(const BlockRows<T>& rows, const IOShoot<kKind>& shared) {
+    const T *const delta = rows.in[0], *const luma = rows.in[1], *const max = rows.in[2],
+                   *const min = rows.in[3];
+    T* __restrict const out = rows.out[0];
+    const IOShoot<kKind> c = shared;
+    for (int x = 0; x < rows.width; ++x) {
         out[x] = static_cast<T>(limit_delta(delta[x], luma[x], max[x], min[x], c));
     }
 }
 
-CM_ROW_TEMPLATE(shoot_row,
-                (const T* delta, const T* luma, const T* max, const T* min, T* __restrict out, int width,
-                 const IOShoot<Shoot::kClassic>& shared),
-                (delta, luma, max, min, out, width, shared)) {
-    const IOShoot<Shoot::kClassic> c = shared;
+CM_ROW_FUNCTION(shoot_pro_row, (const BlockRows<int32_t>& rows, const IOShoot<Shoot::kPro>& c), (rows, c)) {
+    shoot_tile(rows, c);
+}
+CM_ROW_TEMPLATE(shoot_row, (const BlockRows<T>& rows, const IOShoot<Shoot::kClassic>& c), (rows, c)) {
+    shoot_tile(rows, c);
+}
+
+// In 16 bits. Luma lies between its local extremes, so what holds for positive deltas holds for the
+// magnitudes of negative ones, with their own limits.
+CM_ROW_FUNCTION(shoot_pro_row16,
+                (const int16_t* delta, const int16_t* luma, const int16_t* max, const int16_t* min,
+                 int16_t* __restrict out, int width, const IOShoot<Shoot::kPro>& c),
+                (delta, luma, max, min, out, width, c)) {
+    using S = int16_t;
+    const S over_thr = static_cast<S>(c.over_thr), under_thr = static_cast<S>(c.under_thr);
+    const S over_gain = static_cast<S>(c.over_gain_q4 << 9),
+            under_gain = static_cast<S>(c.under_gain_q4 << 9);
+    const S over_clip = static_cast<S>(c.over_clip * 8), under_clip = static_cast<S>(c.under_clip * 8);
+    const S extra = static_cast<S>(-c.extra_delta);
     for (int x = 0; x < width; ++x) {
-        out[x] = static_cast<T>(limit_delta(delta[x], luma[x], max[x], min[x], c));
+        const S negative = below16(delta[x], 0);
+        const S d = with_sign16(negative, delta[x]);
+        const S room = select16(negative, static_cast<S>(luma[x] - min[x] + under_thr),
+                                static_cast<S>(max[x] - luma[x] + over_thr));
+        const S limit = static_cast<S>(room * 8);
+        const S excess = max16(static_cast<S>(d - limit), 0);
+        // (gain * excess + 8) >> 4, as (gain * excess >> 3) + 1 >> 1
+        const S eighths =
+            high_product(static_cast<S>(excess << 4), select16(negative, under_gain, over_gain));
+        const S passed = static_cast<S>(static_cast<S>(eighths + 1) >> 1);
+        const S v = static_cast<S>(min16(limit, d) + passed + kRound + (d & extra));
+        const S clip = static_cast<S>(limit + select16(negative, under_clip, over_clip));
+        const S highest = static_cast<S>(kHighest - negative);  // 2048 for negative ones
+        out[x] = with_sign16(negative, static_cast<S>(min16(v, min16(clip, highest)) >> 3));
     }
 }
 
 template <Shoot kKind>
-template <typename T>
-void IOShoot<kKind>::run(const BlockRows<T>& rows) const {
+void IOShoot<kKind>::run(const BlockRows<int32_t>& rows) const {
     if constexpr (kKind == Shoot::kPro) {
-        shoot_pro_row(rows.in[0], rows.in[1], rows.in[2], rows.in[3], rows.out[0], rows.width, *this);
+        shoot_pro_row(rows, *this);
     } else {
-        shoot_row(rows.in[0], rows.in[1], rows.in[2], rows.in[3], rows.out[0], rows.width, *this);
+        shoot_row(rows, *this);
+    }
+}
+
+template <Shoot kKind>
+void IOShoot<kKind>::run(const BlockRows<int16_t>& rows) const {
+    if constexpr (kKind == Shoot::kPro) {
+        shoot_pro_row16(rows.in[0], rows.in[1], rows.in[2], rows.in[3], rows.out[0], rows.width, *this);
+    } else {
+        shoot_row(rows, *this);
     }
 }
 

@@ -23,12 +23,13 @@ struct SharpenMerge {
                  r[reg_ee_upper_bound_left_diff], r[reg_ee_lower_bound_right_diff]};
     }
 
-    template <typename T>
-    void run(const BlockRows<T>& rows) const;
+    void run(const BlockRows<int32_t>& rows) const;
+    void run(const BlockRows<int16_t>& rows) const;
 };
 
-CM_ROW_TEMPLATE(merge_row,
-                (const T* delta, const T* src, T* __restrict out, int width, const SharpenMerge& shared),
+CM_ROW_FUNCTION(merge_row,
+                (const int32_t* delta, const int32_t* src, int32_t* __restrict out, int width,
+                 const SharpenMerge& shared),
                 (delta, src, out, width, shared)) {
     const SharpenMerge c = shared;
     const Wrap upper_offset = shl_mod32(Wrap(c.max_value) - c.upper_q8, 8) + Wrap(128);
@@ -36,13 +37,32 @@ CM_ROW_TEMPLATE(merge_row,
         const Wrap s = src[x];
         const int32_t upper = c.soft_clamp ? (s * c.upper_q8 + upper_offset) >> 8 : Wrap(c.max_value);
         const int32_t lower = c.soft_clamp ? (s * c.lower_q8 + 128) >> 8 : Wrap(0);
-        out[x] = static_cast<T>(clamp32(s + delta[x], lower, upper));
+        out[x] = clamp32(s + delta[x], lower, upper);
     }
 }
 
-template <typename T>
-void SharpenMerge::run(const BlockRows<T>& rows) const {
+void SharpenMerge::run(const BlockRows<int32_t>& rows) const {
     merge_row(rows.in[0], rows.in[1], rows.out[0], rows.width, *this);
+}
+
+// In 16 bits: 8-bit luma, whose bounds times 256 are below 65536.
+CM_ROW_FUNCTION(merge_row16,
+                (const int16_t* delta, const int16_t* src, int16_t* __restrict out, int width,
+                 const SharpenMerge& c),
+                (delta, src, out, width, c)) {
+    const uint16_t upper_q8 = static_cast<uint16_t>(c.soft_clamp ? c.upper_q8 : 0);
+    const uint16_t lower_q8 = static_cast<uint16_t>(c.soft_clamp ? c.lower_q8 : 0);
+    const uint16_t upper_offset = static_cast<uint16_t>((255 - upper_q8) * 256 + 128);
+    for (int x = 0; x < width; ++x) {
+        const uint16_t s = static_cast<uint16_t>(src[x]);
+        const int16_t upper = static_cast<int16_t>(static_cast<uint16_t>(s * upper_q8 + upper_offset) >> 8);
+        const int16_t lower = static_cast<int16_t>(static_cast<uint16_t>(s * lower_q8 + 128) >> 8);
+        out[x] = min16(max16(static_cast<int16_t>(src[x] + delta[x]), lower), upper);
+    }
+}
+
+void SharpenMerge::run(const BlockRows<int16_t>& rows) const {
+    merge_row16(rows.in[0], rows.in[1], rows.out[0], rows.width, *this);
 }
 
 }  // namespace

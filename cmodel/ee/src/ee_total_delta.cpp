@@ -7,20 +7,35 @@
 namespace cm {
 namespace {
 
-CM_ROW_TEMPLATE(total_delta_row, (const T* delta, const T* gain_q8, T* __restrict out, int width),
+CM_ROW_FUNCTION(total_delta_row,
+                (const int32_t* delta, const int32_t* gain_q8, int32_t* __restrict out, int width),
                 (delta, gain_q8, out, width)) {
     for (int x = 0; x < width; ++x) {
         const Wrap scaled = Wrap(magnitude(delta[x])) * Wrap(gain_q8[x]);
-        out[x] = static_cast<T>(with_sign(delta[x], min32(scaled >> 8, kDeltaMax)));
+        out[x] = with_sign(delta[x], min32(scaled >> 8, kDeltaMax));
+    }
+}
+
+// In 16 bits: gains of 0 to 4095.
+CM_ROW_FUNCTION(total_delta_row16,
+                (const int16_t* delta, const int16_t* gain_q8, int16_t* __restrict out, int width),
+                (delta, gain_q8, out, width)) {
+    for (int x = 0; x < width; ++x) {
+        const int16_t negative = below16(delta[x], 0);
+        const uint16_t scaled = high_product(static_cast<uint16_t>(with_sign16(negative, delta[x]) << 4),
+                                             static_cast<uint16_t>(gain_q8[x] << 4));
+        out[x] = with_sign16(negative, min16(static_cast<int16_t>(scaled), kDeltaMax));
     }
 }
 
 struct TotalDelta {
     void configure(const Registers&, const BlockSetup&) {}
 
-    template <typename T>
-    void run(const BlockRows<T>& rows) const {
+    void run(const BlockRows<int32_t>& rows) const {
         total_delta_row(rows.in[0], rows.in[1], rows.out[0], rows.width);
+    }
+    void run(const BlockRows<int16_t>& rows) const {
+        total_delta_row16(rows.in[0], rows.in[1], rows.out[0], rows.width);
     }
 
     void report(const BlockReport& report) const {

@@ -12,11 +12,11 @@
 // Intended: the dark edge test measures the fused pair and outputs the input's delta, the bright edge
 // test the other way round; a bright flat area keeps its delta unscaled.
 #include <algorithm>
-#include <limits>
 
 #include "block_on_frames.h"
 #include "ee_blocks.h"
 #include "flat_det_evidence.h"
+#include "flat_det_narrow.h"
 #include "pre_ee_blocks.h"
 #include "pre_ee_hw.h"
 #include "row_targets.h"
@@ -24,152 +24,227 @@
 namespace cm {
 namespace {
 
-template <typename T>
-struct FlatDetConfig {
-    using Sum = typename LaneOf<T>::Sum;
+struct FlatDet {
+    // Thresholds and strengths in 1/1024, luma thresholds in codes of the fused luma.
+    int32_t dark_luma_thr, bright_luma_thr;
+    int dark_radius, bright_radius, line_half;
+    int32_t dark_edge_thr, bright_edge_thr, line_thr;
+    int32_t dark_strength, bright_strength, line_strength;
 
-    int32_t dark_luma_thr;
-    int32_t bright_luma_thr;
-    int dark_radius;
-    int bright_radius;
-    int line_half;
-    Factor<Sum> dark_edge, bright_edge, line;
-    Factor<Sum> dark_strength, bright_strength, line_strength;
-
-    void configure(const Registers& r) {
-        constexpr int64_t kMostEnergy = 49 * int64_t{LaneOf<T>::kDeltaBound};
-        constexpr int64_t kMostLine = 7 * int64_t{LaneOf<T>::kDeltaBound};
+    void configure(const Registers& r, const BlockSetup&) {
         dark_luma_thr = r[reg_ee_dark_luma_thr];
         bright_luma_thr = r[reg_ee_bright_luma_thr];
         dark_radius = r[reg_ee_dark_edge_region];
         bright_radius = r[reg_ee_bright_edge_region];
         line_half = r[reg_ee_line_length];
-        dark_edge.set(r[reg_ee_dark_edge_thr], kMostEnergy);
-        bright_edge.set(r[reg_ee_bright_edge_thr], kMostEnergy);
-        line.set(r[reg_ee_line_thr] * (2 * line_half + 1), kMostLine);
-        // Of strengths the cap is where 2047 is passed.
-        dark_strength.set(r[reg_ee_dark_edge_strength], kDeltaMax + 1);
-        bright_strength.set(r[reg_ee_bright_edge_strength], kDeltaMax + 1);
-        line_strength.set(r[reg_ee_line_strength], kDeltaMax + 1);
+        dark_edge_thr = r[reg_ee_dark_edge_thr];
+        bright_edge_thr = r[reg_ee_bright_edge_thr];
+        line_thr = r[reg_ee_line_thr];
+        dark_strength = r[reg_ee_dark_edge_strength];
+        bright_strength = r[reg_ee_bright_edge_strength];
+        line_strength = r[reg_ee_line_strength];
     }
+
+    bool fits_narrow() const {
+        return dark_edge_thr < 4096 && bright_edge_thr < 4096 && line_thr * (2 * line_half + 1) < 32768 &&
+               dark_strength < 32768 && bright_strength < 32768 && line_strength < 32768;
+    }
+
+    void run(const BlockRows<int32_t>& rows) const;
+    void run(const BlockRows<int16_t>& rows) const;
+    void report(const BlockReport& report) const;
 };
 
-// What the decision for one tile of one band rests on.
-template <typename T>
-struct Evidence {
-    using Sum = typename LaneOf<T>::Sum;
-    // Window sums: fused deltas against fused luma, the input's deltas against the input's luma.
-    Sum dark_energy[kTile], dark_luma[kTile], bright_energy[kTile], bright_luma[kTile];
-    int32_t line[kTile];
+// ---- In its simplest terms ----
+
+struct Decision {
+    int32_t delta;
+    Texture texture;
 };
 
-// The decision, pixel by pixel.
-template <typename T>
-CM_INLINE void decide(const T* luma, const T* delta_in, const T* delta_fusion, const Evidence<T>& e,
-                      T* __restrict out, T* __restrict texture, int width, const FlatDetConfig<T>& shared) {
-    using Sum = typename LaneOf<T>::Sum;
-    const FlatDetConfig<T> c = shared;
-    for (int x = 0; x < width; ++x) {
-        const int32_t dark = mask_of(luma[x] < c.dark_luma_thr);
-        const int32_t mid = mask_of(luma[x] < c.bright_luma_thr) & ~dark;
-        const int32_t dark_edge = mask_of(c.dark_edge.is_below(e.dark_luma[x], e.dark_energy[x])) & dark;
-        const int32_t line = e.line[x] & ~dark & ~mid;
-        const int32_t bright_edge =
-            mask_of(c.bright_edge.is_below(e.bright_luma[x], e.bright_energy[x])) & ~dark & ~mid & ~line;
-        const int32_t bright_flat = ~(dark | mid | line | bright_edge);
-        texture[x] = static_cast<T>((kDarkEdge & dark_edge) | (kMidTone & mid) | (kLine & line) |
-                                    (kBrightEdge & bright_edge) | (kBrightFlat & bright_flat));
-
-        // The chosen delta, and the strength that scales it unless it passes as it is.
-        const int32_t delta = select<int32_t>(dark_edge | bright_flat, delta_in[x], delta_fusion[x]);
-        const Sum strength =
-            select(dark, c.dark_strength.value, select(line, c.line_strength.value, c.bright_strength.value));
-        const Sum cap =
-            select(dark, c.dark_strength.cap, select(line, c.line_strength.cap, c.bright_strength.cap));
-        const Sum mag = delta < 0 ? -Sum{delta} : Sum{delta};
-        const Sum scaled = (strength * (mag < cap ? mag : cap)) >> kFactorBits;
-        const int32_t limited = static_cast<int32_t>(scaled < kDeltaMax ? scaled : Sum{kDeltaMax});
-        out[x] = static_cast<T>(select<int32_t>(mid | bright_flat, delta, with_sign(delta, limited)));
-    }
+// sgn(delta) * min((strength * |delta|) >> 10, 2047)
+CM_INLINE int32_t scale(int64_t strength, int64_t delta) {
+    const int64_t scaled = std::min<int64_t>((strength * (delta < 0 ? -delta : delta)) >> 10, kDeltaMax);
+    return static_cast<int32_t>(delta < 0 ? -scaled : scaled);
 }
 
-// Evidence that no pixel of the row needs (there are no dark, or no bright ones) is not looked for; the
-// decision does not look at it.
-CM_ROW_TEMPLATE(flat_det_row, (const BlockRows<T>& rows, const FlatDetConfig<T>& c), (rows, c)) {
-    const T* const luma = rows.in[1];
-    T low;
-    T high;
-    find_extremes(luma, rows.width, low, high);
-    const bool has_dark = low < c.dark_luma_thr;
-    const bool has_bright = high >= c.dark_luma_thr && high >= c.bright_luma_thr;
-    const int bands = rows.out[2] != nullptr ? 2 : 1;
-    Evidence<T> evidence;
+CM_INLINE Decision decide(int32_t luma, int32_t delta_in, int32_t delta_fusion, bool dark_edge, bool line,
+                          bool bright_edge, const FlatDet& c) {
+    if (luma < c.dark_luma_thr) {
+        return dark_edge ? Decision{scale(c.dark_strength, delta_in), kDarkEdge}
+                         : Decision{scale(c.dark_strength, delta_fusion), kDarkFlat};
+    }
+    if (luma < c.bright_luma_thr) {
+        return {delta_fusion, kMidTone};
+    }
+    if (line) {
+        return {scale(c.line_strength, delta_fusion), kLine};
+    }
+    return bright_edge ? Decision{scale(c.bright_strength, delta_fusion), kBrightEdge}
+                       : Decision{delta_in, kBrightFlat};
+}
+
+CM_ROW_FUNCTION(flat_det_row, (const BlockRows<int32_t>& rows, const FlatDet& c), (rows, c)) {
+    const int64_t line_thr = int64_t{c.line_thr} * (2 * c.line_half + 1);
+    int64_t dark_luma[kTile], bright_luma[kTile], dark_energy[kTile], bright_energy[kTile];
     for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
         const int tile = tile_at(x0, rows.width);
-        if (has_dark) {
-            sum_box(rows.window[1], x0, c.dark_radius, evidence.dark_luma, tile);
-        }
-        if (has_bright) {
-            sum_box(rows.window[0], x0, c.bright_radius, evidence.bright_luma, tile);
-        }
-        for (int band = 0; band < bands; ++band) {
-            const T* const* const delta_in = rows.window[2 + 2 * band];
-            const T* const* const delta_fusion = rows.window[3 + 2 * band];
-            if (has_dark) {
-                sum_box(delta_fusion, x0, c.dark_radius, evidence.dark_energy, tile);
+        sum_window(rows.window[1], x0, c.dark_radius, dark_luma, tile);
+        sum_window(rows.window[0], x0, c.bright_radius, bright_luma, tile);
+        for (int band = 0; band < 2 && rows.out[2 * band] != nullptr; ++band) {
+            const Rows32 delta_in = rows.window[2 + 2 * band];
+            const Rows32 delta_fusion = rows.window[3 + 2 * band];
+            sum_window(delta_fusion, x0, c.dark_radius, dark_energy, tile);
+            sum_window(delta_in, x0, c.bright_radius, bright_energy, tile);
+            for (int i = 0; i < tile; ++i) {
+                const int64_t x = x0 + i;
+                const Decision d = decide(rows.in[1][x], delta_in[kFlatReach][x], delta_fusion[kFlatReach][x],
+                                          passes(c.dark_edge_thr, dark_luma[i], dark_energy[i]),
+                                          is_on_line(delta_fusion, x, c.line_half, line_thr),
+                                          passes(c.bright_edge_thr, bright_luma[i], bright_energy[i]), c);
+                rows.out[2 * band][x] = d.delta;
+                if (rows.out[2 * band + 1] != nullptr) {
+                    rows.out[2 * band + 1][x] = d.texture;
+                }
             }
-            if (has_bright) {
-                find_lines(delta_fusion, x0, c.line_half, evidence.line, tile, c.line);
-                sum_box(delta_in, x0, c.bright_radius, evidence.bright_energy, tile);
-            }
-            decide(luma + x0, delta_in[kFlatReach] + x0, delta_fusion[kFlatReach] + x0, evidence,
-                   rows.out[2 * band] + x0, rows.out[2 * band + 1] + x0, tile, c);
         }
     }
 }
 
-struct FlatDet {
-    FlatDetConfig<int16_t> narrow;
-    FlatDetConfig<int32_t> wide;
+void FlatDet::run(const BlockRows<int32_t>& rows) const {
+    flat_det_row(rows, *this);
+}
 
-    void configure(const Registers& r, const BlockSetup&) {
-        narrow.configure(r);
-        wide.configure(r);
-    }
+// ---- In 16 bits ----
 
-    void run(const BlockRows<int16_t>& rows) const { flat_det_row(rows, narrow); }
-    void run(const BlockRows<int32_t>& rows) const { flat_det_row(rows, wide); }
-
-    void report(const BlockReport& report) const {
-        if (report.images() && report.out[3] == nullptr) {
-            write_texture_image(report.image_path("dbg_delta_8b_FlatDet.ppm"), *report.out[1]);
-        } else if (report.images()) {
-            write_texture_image(report.image_path("MF_dbg_delta_8b_FlatDet.ppm"), *report.out[1]);
-            write_texture_image(report.image_path("HF_dbg_delta_8b_FlatDet.ppm"), *report.out[3]);
-        }
-    }
-
-    static void write_texture_image(const std::string& path, const RowSource& texture) {
-        static constexpr uint8_t kColours[][3] = {
-            {0, 0, 0},        // dark flat
-            {255, 255, 0},    // dark edge
-            {255, 0, 0},      // mid-tone
-            {255, 0, 255},    // line
-            {0, 255, 255},    // bright edge
-            {255, 255, 255},  // bright flat
-        };
-        write_rows(path, PnmKind::kColour, texture.width(), texture.height(), 8, [&](int y, uint8_t* pixels) {
-            int16_t row[kTile];
-            for_each_tile(texture.width(), [&](int64_t x0, int tile) {
-                texture.read(y, x0, tile, row);
-                for (int i = 0; i < tile; ++i) {
-                    std::copy_n(kColours[row[i]], 3, pixels + 3 * (x0 + i));
-                }
-            });
-        });
-    }
+// All ones or zeros, pixel by pixel; what no pixel of the tile needs is left as it was, and not looked at.
+struct Evidence16 {
+    int16_t dark_edge[kTile], bright_edge[kTile], line[kTile];
 };
 
+template <bool kTexture>
+CM_INLINE void decide16(const int16_t* luma, const int16_t* delta_in, const int16_t* delta_fusion,
+                        const Evidence16& e, int16_t* __restrict out, int16_t* __restrict texture, int tile,
+                        const FlatDet& c) {
+    const int16_t dark_thr = static_cast<int16_t>(std::min(c.dark_luma_thr, 16384));
+    const int16_t bright_thr = static_cast<int16_t>(std::min(c.bright_luma_thr, 16384));
+    const int16_t dark_strength = static_cast<int16_t>(c.dark_strength);
+    const int16_t bright_strength = static_cast<int16_t>(c.bright_strength);
+    const int16_t line_strength = static_cast<int16_t>(c.line_strength);
+    for (int x = 0; x < tile; ++x) {
+        const int16_t dark = below16(luma[x], dark_thr);
+        const int16_t mid = static_cast<int16_t>(below16(luma[x], bright_thr) & ~dark);
+        const int16_t bright = static_cast<int16_t>(~(dark | mid));
+        const int16_t line = static_cast<int16_t>(e.line[x] & bright);
+        const int16_t bright_flat = static_cast<int16_t>(bright & ~line & ~e.bright_edge[x]);
+        const int16_t dark_edge = static_cast<int16_t>(dark & e.dark_edge[x]);
+        const int16_t delta =
+            select16(static_cast<int16_t>(dark_edge | bright_flat), delta_in[x], delta_fusion[x]);
+        const int16_t strength =
+            select16(dark, dark_strength, select16(line, line_strength, bright_strength));
+        const int16_t negative = below16(delta, 0);
+        const uint16_t scaled = high_product(static_cast<uint16_t>(with_sign16(negative, delta) << 5),
+                                             static_cast<uint16_t>(strength << 1));
+        const int16_t limited =
+            with_sign16(negative, static_cast<int16_t>(std::min<uint16_t>(scaled, kDeltaMax)));
+        out[x] = select16(static_cast<int16_t>(mid | bright_flat), delta, limited);
+        if constexpr (kTexture) {
+            const int bright_edge = bright & ~line & e.bright_edge[x];
+            texture[x] = static_cast<int16_t>((kDarkEdge & dark_edge) | (kMidTone & mid) | (kLine & line) |
+                                              (kBrightEdge & bright_edge) | (kBrightFlat & bright_flat));
+        }
+    }
+}
+
+CM_ROW_FUNCTION(flat_det_row16, (const BlockRows<int16_t>& rows, const FlatDet& c), (rows, c)) {
+    uint16_t dark_level[kTile], bright_level[kTile];
+    Evidence16 evidence;
+    for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
+        const int tile = tile_at(x0, rows.width);
+        const int16_t* const luma = rows.in[1] + x0;
+        int16_t low = luma[0];
+        int16_t high = luma[0];
+        for (int x = 1; x < tile; ++x) {
+            low = min16(low, luma[x]);
+            high = max16(high, luma[x]);
+        }
+        const bool has_dark = low < c.dark_luma_thr;
+        const bool has_bright = high >= c.dark_luma_thr && high >= c.bright_luma_thr;
+        if (has_dark) {
+            with_constant(c.dark_radius, [&](auto r) CM_INLINE_LAMBDA {
+                find_edge_level<decltype(r)::value>(rows.window[1], x0, c.dark_edge_thr, dark_level, tile);
+            });
+        }
+        if (has_bright) {
+            with_constant(c.bright_radius, [&](auto r) CM_INLINE_LAMBDA {
+                find_edge_level<decltype(r)::value>(rows.window[0], x0, c.bright_edge_thr, bright_level,
+                                                    tile);
+            });
+        }
+        for (int band = 0; band < 2 && rows.out[2 * band] != nullptr; ++band) {
+            const Rows16 delta_in = rows.window[2 + 2 * band];
+            const Rows16 delta_fusion = rows.window[3 + 2 * band];
+            if (has_dark) {
+                with_constant(c.dark_radius, [&](auto r) CM_INLINE_LAMBDA {
+                    find_edges<decltype(r)::value>(delta_fusion, x0, dark_level, evidence.dark_edge, tile);
+                });
+            }
+            if (has_bright) {
+                with_constant(c.line_half, [&](auto l) CM_INLINE_LAMBDA {
+                    find_lines16<decltype(l)::value>(delta_fusion, x0, c.line_thr, evidence.line, tile);
+                });
+                with_constant(c.bright_radius, [&](auto r) CM_INLINE_LAMBDA {
+                    find_edges<decltype(r)::value>(delta_in, x0, bright_level, evidence.bright_edge, tile);
+                });
+            }
+            const int16_t* const in = delta_in[kFlatReach] + x0;
+            const int16_t* const fusion = delta_fusion[kFlatReach] + x0;
+            int16_t* const out = rows.out[2 * band] + x0;
+            if (int16_t* const texture = rows.out[2 * band + 1]) {
+                decide16<true>(luma, in, fusion, evidence, out, texture + x0, tile, c);
+            } else {
+                decide16<false>(luma, in, fusion, evidence, out, nullptr, tile, c);
+            }
+        }
+    }
+}
+
+void FlatDet::run(const BlockRows<int16_t>& rows) const {
+    flat_det_row16(rows, *this);
+}
+
+// ---- Report ----
+
+void write_texture_image(const std::string& path, const RowSource& texture) {
+    static constexpr uint8_t kColours[][3] = {
+        {0, 0, 0},        // dark flat
+        {255, 255, 0},    // dark edge
+        {255, 0, 0},      // mid-tone
+        {255, 0, 255},    // line
+        {0, 255, 255},    // bright edge
+        {255, 255, 255},  // bright flat
+    };
+    write_rows(path, PnmKind::kColour, texture.width(), texture.height(), 8, [&](int y, uint8_t* pixels) {
+        int16_t row[kTile];
+        for_each_tile(texture.width(), [&](int64_t x0, int tile) {
+            texture.read(y, x0, tile, row);
+            for (int i = 0; i < tile; ++i) {
+                std::copy_n(kColours[row[i]], 3, pixels + 3 * (x0 + i));
+            }
+        });
+    });
+}
+
+void FlatDet::report(const BlockReport& report) const {
+    if (report.images() && report.out[3] == nullptr) {
+        write_texture_image(report.image_path("dbg_delta_8b_FlatDet.ppm"), *report.out[1]);
+    } else if (report.images()) {
+        write_texture_image(report.image_path("MF_dbg_delta_8b_FlatDet.ppm"), *report.out[1]);
+        write_texture_image(report.image_path("HF_dbg_delta_8b_FlatDet.ppm"), *report.out[3]);
+    }
+}
+
+constexpr BlockOutput kTextureOut{.shown = Shown::kPicture, .optional = true};
 constexpr BlockInput kWindow{.reach = kFlatReach, .padded = true};
 
 }  // namespace
@@ -179,8 +254,7 @@ constexpr BlockInput kWindow{.reach = kFlatReach, .padded = true};
 const Block kFlatDet = make_block<FlatDet>(
     {"PRE_EE_FlatDet", "chooses and scales one of the two deltas by brightness, edges and lines",
      "per tag (`MF`, `HF`): `TAG_dbg_delta_8b_FlatDet.ppm`"},
-    {kWindow, kWindow, kWindow, kWindow, kWindow, kWindow},
-    {{}, {.shown = Shown::kPicture}, {}, {.shown = Shown::kPicture}}, LaneOf<int16_t>::kDeltaBound);
+    {kWindow, kWindow, kWindow, kWindow, kWindow, kWindow}, {{}, kTextureOut, {}, kTextureOut}, kDeltaMax);
 
 }  // namespace cm
 
