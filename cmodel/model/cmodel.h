@@ -143,7 +143,7 @@ CMODEL_API int cmodel_unbind(cmodel* model);
 
 /* Runs a frame, or the rectangle of it that begins at (x, y), with the registers as they are now: the same
  * bits. Only samples in the rectangle are written. Returns 0; a run that fails writes nothing, but for a
- * stage value that only samples beyond an input's depth can make and that its type does not hold: then the
+ * value that only samples beyond an input's depth can make and that its type does not hold: then the
  * run ends with CMODEL_BAD_ARGUMENT after everything was written, such values cut to their low bits. */
 CMODEL_API int cmodel_run(cmodel* model);
 CMODEL_API int cmodel_run_rect(cmodel* model, int x, int y, int width, int height);

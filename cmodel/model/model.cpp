@@ -289,7 +289,7 @@ class Run {
     // The block is off: luma, or in the classic pipeline what would be sharpened, goes out as it is.
     int copy() {
         const RowSource& from = *source(classic() ? Plane::ynr : Plane::y);
-        ArraySink sink(*m_.output, area_.x, area_.width);
+        ArraySink& sink = sinks_[kPlanes].emplace(*m_.output, area_.x, area_.width);
         m_.memory.reset();
         int32_t* const row = m_.memory.take<int32_t>(static_cast<size_t>(area_.width));
         if (row == nullptr) {
@@ -299,7 +299,7 @@ class Run {
             from.read(y, area_.x, area_.width, row);
             sink.put(y, row);
         }
-        return 0;
+        return check_lost();
     }
 
     int fail_for_memory() {
