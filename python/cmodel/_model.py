@@ -361,17 +361,17 @@ class Model:
             wanted: dict[str, Samples | None] = dict.fromkeys(keep)
         except TypeError as error:
             raise TypeError(f"keep: names of stages are needed; {error}") from None
+        order = [row.name for row in stages(self._pipeline)]
         if given is not None and not isinstance(given, Mapping):
             raise TypeError(f"stages: a mapping of names to arrays is needed, not {type(given).__name__}")
+        for argument, names in (("keep", wanted), ("stages", given or {})):
+            for name in names:
+                if name not in order:
+                    raise UnknownName(f"{argument}: stage of {self._pipeline}", name, order)
         for name, array in (given or {}).items():
             if name in wanted:
                 raise ValueError(f"stages: {name} is in keep, too")
-            stage(self._pipeline, name)
             wanted[name] = check_written_array(f"stages[{name!r}]", array, size)
-        order = [row.name for row in stages(self._pipeline)]
-        for name in wanted:
-            if name not in order:
-                raise UnknownName(f"stage of {self._pipeline}", name, order)
         return {name: wanted[name] for name in order if name in wanted}
 
 
@@ -420,7 +420,7 @@ def _check_depths(depth: Mapping[str, SupportsIndex] | None, given: Mapping[str,
     depths: dict[str, int] = {}
     for name, bits in (depth or {}).items():
         if name not in _INPUTS:
-            raise UnknownName("input in depth", name, _INPUTS)
+            raise UnknownName("depth: plane", name, _INPUTS)
         if name not in given:
             raise ValueError(f"depth: plane {name} is not given")
         depths[name] = _integer(f"depth[{name!r}]", bits)

@@ -15,8 +15,8 @@ class UnknownName(KeyError):
     """A name that is in no table; the text has the nearest ones."""
 
     def __init__(self, what: str, name: object, known: Iterable[str]) -> None:
-        near = difflib.get_close_matches(str(name), known, 3)
-        super().__init__(f"there is no {what} {name!r}" + (f"; {' or '.join(near)}?" if near else ""))
+        near = difflib.get_close_matches(str(name)[:100], known, 3)
+        super().__init__(f"{what} {name!r:.100} is unknown" + (f"; {' or '.join(near)}?" if near else ""))
 
     def __str__(self) -> str:
         return str(self.args[0])
