@@ -10,26 +10,23 @@ import numpy as np
 from ._arrays import Samples, check_array
 from ._tables import pipelines, stages
 
-_FILE = re.compile(r"(\d+)_(\w+)\.npy")
+_FILE = re.compile(r"(?:\d+_)?(\w+)\.npy")
 
 Stages = Mapping[str, Samples]
 
 
 def read_stages(directory: str | os.PathLike[str]) -> dict[str, Samples]:
-    """The stages that are in a directory as NN_NAME.npy, in the order of NN: arrays of (height, width).
+    """The stages that are in a directory as NN_NAME.npy or NAME.npy: arrays of (height, width), by name.
 
     Raises OSError for what cannot be read, ValueError for a directory without stages, a file that is no
     array of 8-, 16- or 32-bit integers, and stages of different sizes.
     """
-    found = sorted(
-        (int(match[1]), match[2], path)
-        for path in Path(directory).iterdir()
-        if (match := _FILE.fullmatch(path.name))
-    )
+    paths = sorted(Path(directory).iterdir())
+    found = [(match[1], path) for path in paths if (match := _FILE.fullmatch(path.name))]
     if not found:
         raise ValueError(f"{os.fspath(directory)}: there is no stage file (NN_NAME.npy)")
     read: dict[str, Samples] = {}
-    for _, name, path in found:
+    for name, path in found:
         if name in read:
             raise ValueError(f"{path}: stage {name} is there twice")
         try:
@@ -42,7 +39,7 @@ def read_stages(directory: str | os.PathLike[str]) -> dict[str, Samples]:
         first = next(iter(read.values()))
         if read[name].shape != first.shape:
             raise ValueError(f"{path}: {read[name].shape} samples; the stages before it have {first.shape}")
-    return read
+    return {name: read[name] for name in _in_order(read)}
 
 
 def assert_same(
@@ -52,33 +49,33 @@ def assert_same(
 
     A side is an array, stages by name, or a directory of stage files; types of samples may differ. Raises
     AssertionError otherwise, whose text begins with the first difference in the order of the pipeline and
-    goes on with a line for each stage. ValueError where there is nothing to compare: no stage in common,
+    goes on with the others and what is equal. ValueError where there is nothing to compare: no stage in common,
     other sizes.
     """
     e, a = _to_stages("expected", expected), _to_stages("actual", actual)
     common = [name for name in _in_order(e) if name in a]
     if not common:
         raise ValueError(f"no stage is in both: expected has {', '.join(e)}; actual has {', '.join(a)}")
-    first = ""
     lines: list[str] = []
+    equal: list[str] = []
     for name in common:
         if e[name].shape != a[name].shape:
             raise ValueError(f"stage {name}: expected {e[name].shape} samples, actual {a[name].shape}")
         rows, columns = np.nonzero(e[name] != a[name])
         if len(rows) == 0:
-            lines.append(f"{name}: equal")
+            equal.append(name)
             continue
         y, x = rows[0], columns[0]
-        first = first or (
-            f"first difference: stage {name}, x {x}, y {y}: expected {e[name][y, x]}, actual {a[name][y, x]}"
-        )
         apart = np.abs(e[name][rows, columns].astype(np.int64) - a[name][rows, columns])
         lines.append(
-            f"{name}: {len(rows)} of {e[name].size} samples differ, in x {columns.min()}..{columns.max()}, "
-            f"y {rows[0]}..{rows[-1]}, by {apart.max()} at most, {apart.mean():.4g} on average"
+            f"{'also different' if lines else 'first difference'}: stage {name}, x {x}, y {y}: "
+            f"expected {e[name][y, x]}, actual {a[name][y, x]}\n"
+            f"  {len(rows)} of {e[name].size} samples differ, in x {columns.min()}..{columns.max()}, "
+            f"y {rows[0]}..{rows[-1]}; largest difference {apart.max()}, mean {apart.mean():g}"
         )
-    if first:
-        raise AssertionError("\n".join([first, *lines]))
+    if lines:
+        lines += [f"equal ({len(equal)}): {' '.join(equal)}"] if equal else []
+        raise AssertionError("\n".join(lines))
 
 
 def _to_stages(argument: str, side: object) -> Stages:
