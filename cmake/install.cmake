@@ -1,5 +1,5 @@
 # What `cmake --install` puts in place: headers, both libraries with their CMake package and pkg-config file, the
-# programs, and settings to start from. Nothing in it names the prefix, so the tree can be moved.
+# programs, the Python package, and settings to start from. Nothing in it names the prefix, so the tree can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -30,6 +30,9 @@ if(TARGET eetool)
     install(TARGETS eetool)
 endif()
 
+set(CMODEL_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where the Python package goes, below the prefix")
+install(DIRECTORY python/cmodel DESTINATION ${CMODEL_PYTHON_DIR}
+        FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
 install(DIRECTORY settings DESTINATION ${CMAKE_INSTALL_DATADIR}/cmodel)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cmodel)

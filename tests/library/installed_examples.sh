@@ -40,6 +40,9 @@ done
 if [ "$python" != none ]; then
     echo "== sharpen.py"
     "$python" "$examples/sharpen.py" "$lib/libcmodel.so.1"
+    echo "== import cmodel"
+    PYTHONPATH=$prefix/lib/python3/dist-packages CMODEL_LIBRARY=$lib/libcmodel.so.1 \
+        "$python" -c 'import cmodel; print(cmodel.__file__, cmodel.version(), len(cmodel.registers()))'
 fi
 status=0
 "$prefix/bin/pre_ee_main" >/dev/null 2>&1 || status=$?
