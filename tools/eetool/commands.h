@@ -24,6 +24,7 @@ struct Command {
 };
 
 extern const Command kClassic;
+extern const Command kDiff;
 extern const Command kIni;
 extern const Command kPattern;
 extern const Command kRun;
