@@ -25,6 +25,7 @@ struct Command {
 
 extern const Command kClassic;
 extern const Command kDiff;
+extern const Command kExplain;
 extern const Command kIni;
 extern const Command kPattern;
 extern const Command kRun;
