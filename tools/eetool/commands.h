@@ -24,8 +24,11 @@ struct Command {
 };
 
 extern const Command kClassic;
+extern const Command kDiff;
+extern const Command kExplain;
 extern const Command kIni;
 extern const Command kPattern;
+extern const Command kRun;
 
 struct DeleteFrame {
     void operator()(FRAME* frame) const { CM_DelFRAME(frame); }
