@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints the table of docs/performance.md: whole processes, timed in turn.
+"""Prints the tables of docs/performance.md: whole processes, timed in turn, and what computes within one.
 
     table.py BUILD_DIR [--photo PHOTO.ppm] [--rounds N] [--dir DIR]
 
@@ -116,6 +116,11 @@ for size in ("1920x1080", "3840x2160"):
 for case in ("texture mode 1", "texture mode 0"):
     ratio = best["3840x2160"][case] / best["1920x1080"][case] / 4
     print(f"\ntime per pixel, 3840x2160 over 1920x1080, {case}: {ratio:.2f} (bound 1.15)")
+for size in ("1920x1080", "3840x2160"):
+    for mode in (0, 1):
+        print(f"\n{size}, texture mode {mode}, compute alone", flush=True)
+        subprocess.run([tool("bench/pipeline_bench"), f"{base}/mode{mode}.ini"] + [f"{base}/{size}/{n}" for n in six] +
+                       [str(args.rounds)], check=True)
 folder = planes("16x16")
 measure("16x16: starting up", [("start and end", [tool("bench/io_floor"), "start"], None), ("texture mode 1", model(folder, 1), 6)])
 print("\n1920x1080, compute alone, in one process")
