@@ -116,17 +116,12 @@ for size in ("1920x1080", "3840x2160"):
 for case in ("texture mode 1", "texture mode 0"):
     ratio = best["3840x2160"][case] / best["1920x1080"][case] / 4
     print(f"\ntime per pixel, 3840x2160 over 1920x1080, {case}: {ratio:.2f} (bound 1.15)")
-for size in ("1920x1080", "3840x2160"):
-    for mode in (0, 1):
-        print(f"\n{size}, texture mode {mode}, compute alone", flush=True)
-        subprocess.run([tool("bench/pipeline_bench"), f"{base}/mode{mode}.ini"] + [f"{base}/{size}/{n}" for n in six] +
-                       [str(args.rounds)], check=True)
 folder = planes("16x16")
 measure("16x16: starting up", [("start and end", [tool("bench/io_floor"), "start"], None), ("texture mode 1", model(folder, 1), 6)])
-print("\n1920x1080, compute alone, in one process")
-sys.stdout.flush()
-for mode in (1, 0):
-    print(f" texture mode {mode}", flush=True)
-    subprocess.run([tool("bench/pipeline_bench"), f"{base}/mode{mode}.ini"] + [f"{base}/1920x1080/{n}" for n in six], check=True)
+for size in ("1920x1080", "3840x2160"):
+    for mode in (1, 0):
+        print(f"\n{size}, texture mode {mode}, compute alone, in one process", flush=True)
+        subprocess.run([tool("bench/pipeline_bench"), f"{base}/mode{mode}.ini"] + [f"{base}/{size}/{n}" for n in six],
+                       check=True)
 if not args.dir:
     shutil.rmtree(base)
