@@ -1,4 +1,4 @@
-# `make demo` and `make test` are all that a fresh machine needs.
+# `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
 .PHONY: all demo test test-long bench fuzz mutate deps release clean
 
@@ -26,7 +26,7 @@ test: deps
 test-long: release
 	ctest --preset release -C Long -L long
 
-# The table of docs/performance.md, and the time of each block. PHOTO=picture.ppm measures a photograph
+# The tables of docs/performance.md, and the time of each block. PHOTO=picture.ppm measures a photograph
 # (8-bit P6); without it a synthetic picture serves.
 bench: deps
 	@tools/install_packages.sh packages-bench.txt

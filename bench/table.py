@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints the table of docs/performance.md: whole processes, timed in turn.
+"""Prints the tables of docs/performance.md: whole processes, timed in turn, and what computes within one.
 
     table.py BUILD_DIR [--photo PHOTO.ppm] [--rounds N] [--dir DIR]
 
@@ -118,10 +118,10 @@ for case in ("texture mode 1", "texture mode 0"):
     print(f"\ntime per pixel, 3840x2160 over 1920x1080, {case}: {ratio:.2f} (bound 1.15)")
 folder = planes("16x16")
 measure("16x16: starting up", [("start and end", [tool("bench/io_floor"), "start"], None), ("texture mode 1", model(folder, 1), 6)])
-print("\n1920x1080, compute alone, in one process")
-sys.stdout.flush()
-for mode in (1, 0):
-    print(f" texture mode {mode}", flush=True)
-    subprocess.run([tool("bench/pipeline_bench"), f"{base}/mode{mode}.ini"] + [f"{base}/1920x1080/{n}" for n in six], check=True)
+for size in ("1920x1080", "3840x2160"):
+    for mode in (1, 0):
+        print(f"\n{size}, texture mode {mode}, compute alone, in one process", flush=True)
+        subprocess.run([tool("bench/pipeline_bench"), f"{base}/mode{mode}.ini"] + [f"{base}/{size}/{n}" for n in six],
+                       check=True)
 if not args.dir:
     shutil.rmtree(base)
