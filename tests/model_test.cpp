@@ -370,306 +370,6 @@ TEST(Model, AgreesWithThePlainModel) {
     std::filesystem::remove(scratch_file());
 }
 
-// ---- Misuse -------------------------------------------------------------------------------------
-
-struct BadCall {
-    const char* name;
-    int (*call)(Random& r, cmodel* m, Case& c);
-};
-
-std::string bad_name(Random& r, const char* near) {
-    return r.pick<std::string>(
-        {"", "no such", "two\nlines", std::string(5000, 'y'), std::string(near) + "x", "Y"});
-}
-
-// A plane of the frame's size that lacks something; its samples are not there.
-cmodel_plane break_plane(Random& r, const Case& c, bool written) {
-    static int32_t one;
-    cmodel_plane p{&one, CMODEL_S32, c.width, c.height, 4 * c.width, 4, 8};
-    switch (r.below(written ? 8 : 6)) {
-        case 0:
-            p.data = nullptr;
-            break;
-        case 1:
-            p.type = r.pick({0, 7, -1, INT_MAX, INT_MIN});
-            break;
-        case 2:
-            p.width = r.pick({0, -1, INT_MIN, INT_MAX});
-            break;
-        case 3:
-            p.height = r.pick({0, -7, INT_MIN, INT_MAX});
-            break;
-        case 4:
-            p.step = r.pick({PTRDIFF_MIN, PTRDIFF_MAX, PTRDIFF_MAX / 2});
-            break;
-        case 5:
-            p.row_stride = r.pick({PTRDIFF_MIN, PTRDIFF_MAX, PTRDIFF_MIN / 3});
-            break;
-        case 6:
-            p.width = 2, p.height = 3, p.step = r.size(-3, 3), p.row_stride = 8;
-            break;
-        default:
-            p.width = 3, p.height = 2, p.row_stride = r.size(-11, 11);
-            break;
-    }
-    return p;
-}
-
-// Calls that fail by themselves and leave the model as it was.
-const BadCall kBadCalls[] = {
-    {"set key",
-     [](Random& r, cmodel* m, Case&) { return cmodel_set(m, bad_name(r, "reg_ee_enable").c_str(), 0); }},
-    {"set value",
-     [](Random& r, cmodel* m, Case&) {
-         const cmodel_register_info* const i = cmodel_register(r.size(0, cmodel_register_count() - 1));
-         return cmodel_set(m, i->key, r.pick({i->least - 1, i->greatest + 1, INT_MIN, INT_MAX}));
-     }},
-    {"get",
-     [](Random& r, cmodel* m, Case&) {
-         int32_t v;
-         return r.chance(50) ? cmodel_get(m, bad_name(r, "reg_ee_enable").c_str(), &v)
-                             : cmodel_get(m, "reg_ee_enable", nullptr);
-     }},
-    {"nulls",
-     [](Random& r, cmodel* m, Case& c) {
-         const int statuses[] = {cmodel_set(m, nullptr, 0),
-                                 cmodel_get(m, nullptr, nullptr),
-                                 cmodel_copy_registers(m, nullptr),
-                                 cmodel_load_ini(m, nullptr, "0"),
-                                 cmodel_load_ini_text(m, nullptr, 5, "0"),
-                                 cmodel_dump_ini(m, "0", nullptr, 5),
-                                 cmodel_bind_input(m, nullptr, &c.written[0].at),
-                                 cmodel_bind_stage(m, nullptr, &c.written[0].at)};
-         return statuses[r.below(static_cast<I>(std::size(statuses)))];
-     }},
-    {"file",
-     [](Random& r, cmodel* m, Case&) {
-         return cmodel_load_ini(m, r.pick<const char*>({"/", "", "/no/such/file", "/proc/self/mem"}), "0");
-     }},
-    {"input name",
-     [](Random& r, cmodel* m, Case& c) {
-         return cmodel_bind_input(m, r.chance(50) ? "sharpened" : bad_name(r, "cb").c_str(),
-                                  r.chance(50) ? &c.written[0].at : nullptr);
-     }},
-    {"input depth",
-     [](Random& r, cmodel* m, Case& c) {
-         const char* const name = kInputNames[r.below(9)];
-         cmodel_plane p = c.written[0].at;
-         p.depth = *name == 'y' ? r.pick({7, 21, 0, -8, INT_MAX}) : r.pick({7, 9, 0, -8});
-         return cmodel_bind_input(m, name, &p);
-     }},
-    {"input plane",
-     [](Random& r, cmodel* m, Case& c) {
-         const cmodel_plane p = break_plane(r, c, false);
-         return cmodel_bind_input(m, kInputNames[r.below(9)], &p);
-     }},
-    {"output plane",
-     [](Random& r, cmodel* m, Case& c) {
-         const cmodel_plane p = break_plane(r, c, true);
-         return cmodel_bind_output(m, &p);
-     }},
-    {"output type",
-     [](Random&, cmodel* m, Case& c) {
-         cmodel_plane p = c.written[0].at;
-         p.type = CMODEL_S8;
-         return cmodel_bind_output(m, &p);
-     }},
-    {"stage plane",
-     [](Random& r, cmodel* m, Case& c) {
-         const cmodel_plane p = break_plane(r, c, true);
-         return cmodel_bind_stage(m, "total_delta", &p);
-     }},
-    {"stage type",
-     [](Random& r, cmodel* m, Case& c) {
-         cmodel_plane p = c.written[0].at;
-         p.type = r.pick({CMODEL_U8, CMODEL_S8, CMODEL_U16, CMODEL_S16, CMODEL_U32});
-         return cmodel_bind_stage(m, "total_delta", &p);
-     }},
-    {"stage name",
-     [](Random& r, cmodel* m, Case& c) {
-         return cmodel_bind_stage(m,
-                                  r.chance(50)   ? c.classic ? "mf_texture" : "clean_y"
-                                  : r.chance(50) ? "ynr"
-                                                 : bad_name(r, "lpf_y").c_str(),
-                                  &c.written[0].at);
-     }},
-    {"rectangle",
-     [](Random& r, cmodel* m, Case& c) {
-         std::array<int, 4> a = c.draw_rect(r);
-         const int k = r.size(0, 3);
-         a[static_cast<size_t>(k)] = k < 2 ? r.pick({-1, INT_MIN, INT_MAX, k == 0 ? c.width : c.height})
-                                           : r.pick({0, -1, INT_MIN, INT_MAX, 41});
-         return cmodel_run_rect(m, a[0], a[1], a[2], a[3]);
-     }},
-};
-
-const char* draw_bound(Random& r, const Case& c) {
-    auto it = c.inputs.begin();
-    std::advance(it, r.below(static_cast<I>(c.inputs.size())));
-    return it->first.c_str();
-}
-
-// Runs that cannot be; everything is to be set and bound again then.
-const BadCall kBadRuns[] = {
-    {"nothing", [](Random&, cmodel* m, Case&) { return cmodel_unbind(m), cmodel_run(m); }},
-    {"input missing",
-     [](Random& r, cmodel* m, Case& c) {
-         return cmodel_bind_input(
-                    m, c.inputs.count("y") ? r.pick({"y", "cb", "cr"}) : r.pick({"red", "green", "blue"}),
-                    nullptr),
-                cmodel_run(m);
-     }},
-    {"both colours and planes",
-     [](Random& r, cmodel* m, Case& c) {
-         const cmodel_plane p = c.inputs.begin()->second.second;
-         const cmodel_plane q{p.data, CMODEL_U8, 1, 1, 1, 1, 8};
-         return cmodel_bind_input(
-                    m, c.inputs.count("y") ? r.pick({"red", "green", "blue"}) : r.pick({"y", "cb", "cr"}),
-                    &q),
-                cmodel_run(m);
-     }},
-    {"nowhere to write",
-     [](Random&, cmodel* m, Case& c) {
-         cmodel_bind_output(m, nullptr);
-         for (const Case::Written& w : c.written)
-             if (!w.name.empty()) cmodel_bind_stage(m, w.name.c_str(), nullptr);
-         return cmodel_run(m);
-     }},
-    {"input size",
-     [](Random& r, cmodel* m, Case& c) {
-         const char* name = draw_bound(r, c);
-         cmodel_plane p = c.inputs.at(name).second;
-         const bool free = std::strcmp(name, "yfusion") == 0 && !c.texture();
-         if (free) name = c.inputs.count("y") ? "y" : "red", p = c.inputs.at(name).second;
-         p.height += 1;
-         if (c.inputs.size() == 1 || (p.depth > 8 && *name == 'y')) cmodel_bind_output(m, nullptr);
-         return cmodel_bind_input(m, name, &p), cmodel_run(m);
-     }},
-    {"output size",
-     [](Random&, cmodel* m, Case& c) {
-         static int32_t samples[64 * 64];
-         const cmodel_plane p{samples, CMODEL_S32, c.width, c.height + 1, 64 * 4, 4, 8};
-         return cmodel_bind_output(m, &p), cmodel_run(m);
-     }},
-    {"stage size",
-     [](Random&, cmodel* m, Case& c) {
-         static int32_t samples[64 * 64];
-         const cmodel_plane p{samples, CMODEL_S32, c.width + 1, c.height, 64 * 4, 4, 8};
-         return cmodel_bind_stage(m, "total_delta", &p), cmodel_run(m);
-     }},
-    {"output on an input",
-     [](Random& r, cmodel* m, Case& c) {
-         cmodel_plane p = c.inputs.at(draw_bound(r, c)).second;
-         p.type = CMODEL_U8, p.width = c.width, p.height = c.height, p.step = 1, p.row_stride = c.width;
-         return cmodel_bind_output(m, &p), cmodel_run(m);
-     }},
-    {"stages on each other",
-     [](Random& r, cmodel* m, Case& c) {
-         static int32_t samples[64 * 64];
-         cmodel_plane p{samples, CMODEL_S32, c.width, c.height, 64 * 4, 4, 8};
-         cmodel_bind_stage(m, "total_gain", &p);
-         p.data = samples + r.below(c.width);  // from a row's last sample on
-         return r.chance(50) ? cmodel_bind_output(m, &p) : cmodel_bind_stage(m, "total_delta", &p),
-                cmodel_run(m);
-     }},
-    {"stage of a block that is off",
-     [](Random&, cmodel* m, Case& c) {
-         static int32_t samples[64 * 64];
-         const cmodel_plane p{samples, CMODEL_S32, c.width, c.height, 64 * 4, 4, 8};
-         return cmodel_bind_stage(m, "total_gain", &p), cmodel_set(m, "reg_ee_enable", 0), cmodel_run(m);
-     }},
-    {"stage or luma of texture mode 1",
-     [](Random& r, cmodel* m, Case& c) {
-         static int32_t samples[64 * 64];
-         const cmodel_plane p{samples, CMODEL_S32, c.width, c.height, 64 * 4, 4, 8};
-         const bool stage = c.classic || r.chance(50);
-         cmodel_set(m, "reg_ee_texture_mode", !stage);
-         cmodel_bind_input(m, "yfusion", nullptr);
-         const int status = stage ? cmodel_bind_stage(m, r.pick({"mf_texture", "y_mf"}), &p) : 0;
-         return c.classic ? status : cmodel_run(m);  // classic has no such stages
-     }},
-    {"deep luma sharpened itself",
-     [](Random&, cmodel* m, Case& c) {
-         cmodel_plane p = c.inputs.begin()->second.second;
-         p.width = c.width, p.height = c.height, p.step = p.row_stride = 0, p.depth = 10;
-         cmodel_bind_input(m, "ynr", nullptr), cmodel_bind_input(m, "y", &p);
-         return cmodel_run(m);
-     }},
-};
-
-template <class Calls>
-void expect_failures(const Calls& calls, I factor, bool call_alone) {
-    testing::internal::CaptureStdout(), testing::internal::CaptureStderr();
-    for (I n = 0; n < 500 && !testing::Test::HasFailure(); ++n) {
-        const BadCall& bad = calls[static_cast<size_t>(n) % std::size(calls)];
-        SCOPED_TRACE(testing::Message() << bad.name << ", case " << n << " of seed " << kSeed);
-        Random r = generator(factor, n);
-        Case c(r, 4 * n + 2, true);
-        Handle m(c.pipeline());
-        c.set_registers(r, m), c.bind(r, m);
-        if (r.chance(50)) c.check(r, m, nullptr);
-        const std::vector<uint8_t> before = c.fill(r);
-        EXPECT_LT(bad.call(r, m, c), 0);
-        const std::string text = cmodel_error(m);
-        EXPECT_TRUE(!text.empty() && text.find('\n') == std::string::npos) << text;
-        EXPECT_EQ(std::memcmp(before.data(), c.pool.bytes.get(), before.size()), 0);
-        if (!call_alone) cmodel_unbind(m), c.set_registers(r, m), c.bind(r, m);
-        c.check(r, m, nullptr);
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
-}
-
-TEST(Model, BadCallsChangeNothing) {
-    expect_failures(kBadCalls, 1000033, true);
-    cmodel* m;
-    EXPECT_TRUE(cmodel_new("none", &m) == CMODEL_BAD_ARGUMENT && m == nullptr &&
-                cmodel_new("classic", nullptr) < 0);
-    EXPECT_TRUE(cmodel_run(nullptr) < 0 && *cmodel_error(nullptr) != '\0');
-}
-
-TEST(Model, BadRunsWriteNothing) {
-    expect_failures(kBadRuns, 1000081, false);
-}
-
-#ifdef CMODEL_FAILING_MALLOC
-// Every allocation fails once, alone or with all that follow; the same model then does what it could not.
-TEST(Model, LastsWithoutMemory) {
-    for (I n = 0; n < 8 && !HasFailure(); ++n) {
-        Random r = generator(1000099, n);
-        Case c(r, 4 * n + 2, true);
-        const std::string ini = "no key\n" + c.ini + "reg_ee_totalgain = 3\n";
-        Handle used(c.pipeline());
-        c.set_registers(r, used);
-        const int findings = cmodel_load_ini_text(used, ini.data(), ini.size(), nullptr);
-        bool failed = true;
-        for (unsigned long k = 1; failed && !HasFailure(); ++k) {
-            SCOPED_TRACE(testing::Message() << "allocation " << k << ", case " << n << " of seed " << kSeed);
-            c.fill(r);
-            const std::string file = write_file(scratch_file(), ini);
-            cmodel* m;
-            fail_allocations(k, n % 2 == 1);
-            const int made = cmodel_new(c.pipeline(), &m);
-            cmodel* const model = made == 0 ? m : used.m;
-            const int text = cmodel_load_ini_text(model, ini.data(), ini.size(), nullptr);
-            const int loaded = cmodel_load_ini(model, file.c_str(), nullptr);
-            const bool filled = text < 0 || cmodel_finding(model, findings - 1) != nullptr;
-            cmodel_copy_registers(model, used), c.bind_all(model);
-            const int status = cmodel_run(model);
-            failed = fail_allocations(0, false);
-            for (const int s : {made, text, loaded, status})
-                EXPECT_TRUE(s >= 0 || s == CMODEL_NO_MEMORY) << cmodel_error(model);
-            // Some failures are made up for: of a stream's buffer, of room to sort in.
-            EXPECT_TRUE(failed || (made == 0 && text >= 0 && loaded >= 0 && status == 0));
-            EXPECT_TRUE(filled && (text < 0 || text == findings) && (loaded < 0 || loaded == findings));
-            c.set_registers(r, model), c.bind(r, model), c.check(r, model, nullptr);
-            if (made == 0) cmodel_free(m);
-        }
-    }
-}
-#endif
-
-// ---- Tables ---------------------------------------------------------------------------------------
-
 // Stages as the object makes them, by name.
 using Stages = std::map<std::string, std::vector<int32_t>>;
 
@@ -711,6 +411,280 @@ void set_anything(Random& r, cmodel* m, int texture) {
     cmodel_set(m, "reg_ee_enable", 1), cmodel_set(m, "reg_ee_texture_mode", texture);
     cmodel_set(m, "reg_ee_debug_mode", r.size(0, 12));
 }
+
+// The fixed functions, one after the other, on the same frame and registers.
+Stages run_fixed_functions(const Bench& bench, bool classic) {
+    std::map<std::string, FRAME*> frames;
+    const auto f = [&](const std::string& name) {
+        FRAME*& frame = frames[name];
+        if (frame == nullptr) {
+            const auto input = std::find(kInputNames, kInputNames + 6, name);
+            const uint32_t width = name == "cb" || name == "cr" ? Bench::kWidth / 2 : Bench::kWidth;
+            frame = CM_NewFRAME(2, 2, width, Bench::kHeight, name == "lpf" ? 3 : 1, 8);
+            if (input != kInputNames + 6)
+                std::copy(bench.in[input - kInputNames].begin(), bench.in[input - kInputNames].end(),
+                          frame->data);
+        }
+        return frame;
+    };
+    const auto measured = [&] { return f(classic ? "clean_y" : "y"); };
+    EE_DupCbCr(f("cb"), f("cr"), f("cb_full"), f("cr_full"));
+    if (classic) EE_PreProcess(f("y"), f("clean_y"));
+    EE_Cal5x5MinMax(measured(), f("local_max"), f("local_min"));
+    EE_CalcDeltaRef(f("local_max"), f("local_min"), f("local_range"));
+    EE_GenLPF3x3(measured(), f("cb_full"), f("cr_full"), f("lpf"));
+    if (classic) {
+        EE_CalcDelta(measured(), f("mf_delta"), f("hf_delta"));
+    } else if (bench.texture == 0) {
+        PRE_EE_CalcDelta(f("y"), f("mf_delta"), f("hf_delta"), "Yin");
+    } else {
+        PRE_EE_CalcDelta(f("yfusion"), f("yfusion_mf"), f("yfusion_hf"), "Yfusion");
+        PRE_EE_CalcDelta(f("y"), f("y_mf"), f("y_hf"), "Yin");
+        PRE_EE_FlatDet(f("y"), f("yfusion"), f("y_mf"), f("yfusion_mf"), f("mf_delta"), "MF");
+        PRE_EE_FlatDet(f("y"), f("yfusion"), f("y_hf"), f("yfusion_hf"), f("hf_delta"), "HF");
+    }
+    EE_CalcCore(measured(), f("lpf"), f("mmap"), f("coring_level"));
+    EE_Coring(f("mf_delta"), f("hf_delta"), f("coring_level"), f("cored_delta"));
+    EE_CalcDeltaGain(f("local_range"), f("delta_gain"));
+    EE_LumaAdptGainCal(measured(), f("lpf"), f("luma_gain"));
+    EE_ChromaGain(f("cb_full"), f("cr_full"), f("lpf"), f("chroma_gain"));
+    EE_MotionGain(f("mmap"), f("motion_gain"));
+    EE_TotalGain(f("delta_gain"), f("luma_gain"), f("chroma_gain"), f("motion_gain"), f("total_gain"));
+    EE_TotalDelta(f("cored_delta"), f("total_gain"), f("total_delta"));
+    (classic ? EE_IOShoot : EE_IOShootPro)(f("total_delta"), measured(), f("local_max"), f("local_min"),
+                                           f("limited_delta"));
+    EE_SharpenMerge(f("limited_delta"), f("ynr"), f("sharpened"));
+    Stages made;
+    for (auto& [name, frame] : frames) {
+        for (int i = 0;
+             i < Bench::kPixels * static_cast<int>(frame->channels) && frame->width == Bench::kWidth; ++i)
+            made[name != "lpf" ? name
+                 : i % 3 == 0  ? "lpf_y"
+                 : i % 3 == 1  ? "lpf_cb"
+                               : "lpf_cr"]
+                .push_back(frame->data[i]);
+        CM_DelFRAME(frame);
+    }
+    return made;
+}
+
+TEST(Model, StagesAreThoseOfTheFixedFunctions) {
+    log_set_quiet(true);
+    for (I n = 0; n < 90; ++n) {
+        const bool classic = n % 3 == 2;
+        Random r = generator(1000151, n);
+        Handle m(classic ? "classic" : "pre_ee");
+        set_anything(r, m, n % 3 == 1);
+        Bench bench(r, m, classic ? "classic" : "pre_ee", n % 3 == 1);
+        EXPECT_EQ(cmodel_run(m), 0);
+        char ini[16384];
+        EXPECT_LT(cmodel_dump_ini(m, "0", ini, sizeof ini), static_cast<int>(sizeof ini));
+        INIT_EE_REG("0"), LOAD_EE_INI(write_file(scratch_file(), ini).c_str());
+        const Stages fixed = run_fixed_functions(bench, classic);
+        size_t compared = 0;
+        for (const auto& [name, samples] : bench.stages) {
+            const auto it = fixed.find(name);
+            compared += it != fixed.end();
+            EXPECT_TRUE(it == fixed.end() || samples == it->second) << name << ", case " << n;
+        }
+        EXPECT_EQ(compared, n % 3 == 1 ? 24U : classic ? 21U : 20U);  // no flags and classes
+    }
+    std::filesystem::remove(scratch_file());
+}
+
+// ---- Misuse -------------------------------------------------------------------------------------
+
+// A plane of the frame's size that lacks something; its samples are not there.
+cmodel_plane break_plane(Random& r, const Case& c, bool written) {
+    static int32_t one;
+    cmodel_plane p{&one, CMODEL_S32, c.width, c.height, 4 * c.width, 4, 8};
+    const I kind = r.below(written ? 8 : 6);
+    if (kind == 0) p.data = nullptr;
+    if (kind == 1) p.type = r.pick({0, 7, -1, INT_MAX, INT_MIN});
+    if (kind == 2) p.width = r.pick({0, -1, INT_MIN, INT_MAX});
+    if (kind == 3) p.height = r.pick({0, -7, INT_MIN, INT_MAX});
+    if (kind == 4) p.step = r.pick({PTRDIFF_MIN, PTRDIFF_MAX, PTRDIFF_MAX / 2});
+    if (kind == 5) p.row_stride = r.pick({PTRDIFF_MIN, PTRDIFF_MAX, PTRDIFF_MIN / 3});
+    if (kind == 6) p.width = 2, p.step = r.size(-3, 3);
+    if (kind == 7) p.width = 3, p.height = 2, p.row_stride = r.size(-11, 11);
+    return p;
+}
+
+// Calls that fail by themselves and leave the model as it was.
+constexpr I kBadCalls = 18;
+int call_badly(Random& r, cmodel* m, Case& c, I kind) {
+    const cmodel_register_info& reg = *cmodel_register(r.size(0, cmodel_register_count() - 1));
+    const auto spoil = [&](const char* name) {
+        return r.pick<std::string>(
+            {"", "no such", "two\nlines", std::string(5000, 'y'), std::string(name) + "x", "Y"});
+    };
+    const auto rename = [&](const char* name, const char* foreign) {
+        return r.chance(30) ? foreign : spoil(name);
+    };
+    const char* const input = kInputNames[r.below(9)];
+    const bool reads = kind == 7 || kind == 8;
+    const cmodel_plane broken = break_plane(r, c, !reads);
+    cmodel_plane p = c.written[0].at;
+    int32_t v;
+    std::array<int, 4> rect = c.draw_rect(r);
+    const size_t side = static_cast<size_t>(r.below(4));
+    switch (kind) {
+        case 0:
+            return cmodel_set(m, spoil(reg.key).c_str(), 0);
+        case 1:
+            return cmodel_set(m, reg.key, r.pick({reg.least - 1, reg.greatest + 1, INT_MIN, INT_MAX}));
+        case 2:
+            return cmodel_get(m, spoil(reg.key).c_str(), &v);
+        case 3:
+            return cmodel_get(m, reg.key, nullptr);
+        case 4:
+            return r.chance(50) ? cmodel_set(m, nullptr, 0) : cmodel_copy_registers(m, nullptr);
+        case 5:
+            return cmodel_load_ini(
+                m, r.pick<const char*>({"/", "", "/no/such/file", "/proc/self/mem", nullptr}), "0");
+        case 6:
+            return cmodel_bind_input(m, rename("cb", "sharpened").c_str(), r.chance(50) ? &p : nullptr);
+        case 7:
+            return cmodel_bind_input(m, input, &broken);
+        case 8:
+            return p.depth = *input == 'y' ? r.pick({7, 21, -8, INT_MAX}) : r.pick({7, 9, 0}),
+                   cmodel_bind_input(m, input, &p);
+        case 9:
+            return cmodel_bind_output(m, &broken);
+        case 10:
+            return p.type = CMODEL_S8, cmodel_bind_output(m, &p);
+        case 11:
+            return cmodel_bind_stage(m, "total_delta", &broken);
+        case 12:
+            return p.type = r.pick({CMODEL_U8, CMODEL_U16, CMODEL_S16, CMODEL_U32}),
+                   cmodel_bind_stage(m, "total_delta", &p);
+        case 13:
+            return cmodel_bind_stage(m,
+                                     rename("lpf_y", r.chance(50) ? "ynr"
+                                                     : c.classic  ? "y_mf"
+                                                                  : "clean_y")
+                                         .c_str(),
+                                     &p);
+        case 14:
+            return r.chance(50) ? cmodel_load_ini_text(m, nullptr, 5, "0")
+                                : cmodel_dump_ini(m, "0", nullptr, 5);
+        case 15:
+            return r.chance(50) ? cmodel_bind_input(m, nullptr, &p) : cmodel_bind_stage(m, nullptr, &p);
+        case 16:
+            return rect[side] = side < 2 ? r.pick({-1, INT_MIN, INT_MAX, 40}) : 0,
+                   cmodel_run_rect(m, rect[0], rect[1], rect[2], rect[3]);
+        default:
+            return rect[side] = r.pick({-1, 41, INT_MIN, INT_MAX}),
+                   cmodel_run_rect(m, rect[0], rect[1], rect[2], rect[3]);
+    }
+}
+
+// Runs that cannot be; everything is to be set and bound again then.
+constexpr I kBadRuns = 13;
+int run_badly(Random& r, cmodel* m, Case& c, I kind) {
+    static int32_t samples[64 * 64];
+    const bool planes = c.inputs.count("y") > 0;
+    const char* const needed = planes ? r.pick({"y", "cb", "cr"}) : r.pick({"red", "green", "blue"});
+    const char* const superfluous = planes ? r.pick({"red", "green", "blue"}) : r.pick({"y", "cb", "cr"});
+    cmodel_plane p{samples, CMODEL_S32, c.width, c.height, 64 * 4, 4, 8}, in = c.inputs.at(needed).second;
+    if (kind == 0) cmodel_unbind(m);
+    if (kind == 1) cmodel_bind_input(m, needed, nullptr);
+    if (kind == 2) in.depth = 8, cmodel_bind_input(m, superfluous, &in);
+    if (kind == 3) in.height += 1, cmodel_bind_input(m, needed, &in);
+    if (kind == 4) p.height += 1, cmodel_bind_input(m, r.pick({"ynr", "mmap"}), &p);
+    if (kind == 5) p.height += 1, cmodel_bind_output(m, &p);
+    if (kind == 6) p.width += 1, cmodel_bind_stage(m, "total_delta", &p);
+    if (kind == 7) p.data = in.data, p.row_stride = 4 * c.width, cmodel_bind_output(m, &p);
+    if (kind == 8) {  // the second begins in the last samples of the first's row, or before
+        cmodel_bind_stage(m, "total_gain", &p);
+        p.data = samples + r.below(c.width);
+        r.chance(50) ? cmodel_bind_output(m, &p) : cmodel_bind_stage(m, "total_delta", &p);
+    }
+    if (kind == 9) cmodel_bind_stage(m, "total_gain", &p), cmodel_set(m, "reg_ee_enable", 0);
+    if (kind == 10) {
+        if (c.classic) return cmodel_bind_stage(m, "mf_texture", &p);
+        cmodel_set(m, "reg_ee_texture_mode", r.chance(50)), cmodel_bind_input(m, "yfusion", nullptr);
+        cmodel_bind_stage(m, r.pick({"mf_texture", "y_mf"}), &p);
+    }
+    if (kind == 11) p.depth = 10, cmodel_bind_input(m, "y", &p), cmodel_bind_input(m, "ynr", nullptr);
+    if (kind == 12) {
+        cmodel_bind_output(m, nullptr);
+        for (const Case::Written& w : c.written)
+            w.name.empty() ? 0 : cmodel_bind_stage(m, w.name.c_str(), nullptr);
+    }
+    return r.chance(50) ? cmodel_run(m) : cmodel_run_rect(m, 0, 0, 1, 1);
+}
+
+void expect_failures(int (*misuse)(Random&, cmodel*, Case&, I), I kinds, bool leaves_all) {
+    testing::internal::CaptureStdout(), testing::internal::CaptureStderr();
+    for (I n = 0; n < 600 && !testing::Test::HasFailure(); ++n) {
+        SCOPED_TRACE(testing::Message() << "kind " << n % kinds << ", case " << n << " of seed " << kSeed);
+        Random r = generator(1000033 + kinds, n);
+        Case c(r, 4 * n + 2, true);
+        Handle m(c.pipeline());
+        c.set_registers(r, m), c.bind(r, m);
+        if (r.chance(50)) c.check(r, m, nullptr);
+        const std::vector<uint8_t> before = c.fill(r);
+        EXPECT_LT(misuse(r, m, c, n % kinds), 0);
+        const std::string text = cmodel_error(m);
+        EXPECT_TRUE(!text.empty() && text.find('\n') == std::string::npos) << text;
+        EXPECT_EQ(std::memcmp(before.data(), c.pool.bytes.get(), before.size()), 0);
+        if (!leaves_all) cmodel_unbind(m), c.set_registers(r, m), c.bind(r, m);
+        c.check(r, m, nullptr);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(Model, BadCallsChangeNothing) {
+    expect_failures(call_badly, kBadCalls, true);
+    cmodel* m;
+    EXPECT_TRUE(cmodel_new("none", &m) == CMODEL_BAD_ARGUMENT && m == nullptr &&
+                cmodel_new("classic", nullptr) < 0);
+    EXPECT_TRUE(cmodel_run(nullptr) < 0 && *cmodel_error(nullptr) != '\0');
+}
+
+TEST(Model, BadRunsWriteNothing) {
+    expect_failures(run_badly, kBadRuns, false);
+}
+
+#ifdef CMODEL_FAILING_MALLOC
+// Every allocation fails once, alone or with all that follow; the same model then does what it could not.
+TEST(Model, LastsWithoutMemory) {
+    for (I n = 0; n < 8 && !HasFailure(); ++n) {
+        Random r = generator(1000099, n);
+        Case c(r, 4 * n + 2, true);
+        const std::string ini = "no key\n" + c.ini + "reg_ee_totalgain = 3\n";
+        Handle used(c.pipeline());
+        c.set_registers(r, used);
+        const int findings = cmodel_load_ini_text(used, ini.data(), ini.size(), nullptr);
+        bool failed = true;
+        for (unsigned long k = 1; failed && !HasFailure(); ++k) {
+            SCOPED_TRACE(testing::Message() << "allocation " << k << ", case " << n << " of seed " << kSeed);
+            c.fill(r);
+            const std::string file = write_file(scratch_file(), ini);
+            cmodel* m;
+            fail_allocations(k, n % 2 == 1);
+            const int made = cmodel_new(c.pipeline(), &m);
+            cmodel* const model = made == 0 ? m : used.m;
+            const int text = cmodel_load_ini_text(model, ini.data(), ini.size(), nullptr);
+            const int loaded = cmodel_load_ini(model, file.c_str(), nullptr);
+            const bool filled = text < 0 || cmodel_finding(model, findings - 1) != nullptr;
+            cmodel_copy_registers(model, used), c.bind_all(model);
+            const int status = cmodel_run(model);
+            failed = fail_allocations(0, false);
+            for (const int s : {made, text, loaded, status})
+                EXPECT_TRUE(s >= 0 || s == CMODEL_NO_MEMORY) << cmodel_error(model);
+            // Some failures are made up for: of a stream's buffer, of room to sort in.
+            EXPECT_TRUE(failed || (made == 0 && text >= 0 && loaded >= 0 && status == 0));
+            EXPECT_TRUE(filled && (text < 0 || text == findings) && (loaded < 0 || loaded == findings));
+            c.set_registers(r, model), c.bind(r, model), c.check(r, model, nullptr);
+            if (made == 0) cmodel_free(m);
+        }
+    }
+}
+#endif
+
+// ---- Tables ---------------------------------------------------------------------------------------
 
 bool has_word(const char* words, const std::string& word) {
     return (" " + std::string(words) + " ").find(" " + word + " ") != std::string::npos;
