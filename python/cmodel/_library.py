@@ -26,6 +26,18 @@ class CPlane(ctypes.Structure):
     ]
 
 
+class CFrame(ctypes.Structure):
+    _fields_ = [
+        ("width", c_int),
+        ("height", c_int),
+        ("y_depth", c_int),
+        ("yfusion_depth", c_int),
+        ("has_ynr", c_int),
+        ("has_mmap", c_int),
+        ("has_colours", c_int),
+    ]
+
+
 class CRegister(ctypes.Structure):
     _fields_ = [
         ("key", c_char_p),
@@ -103,6 +115,12 @@ def _load() -> ctypes.CDLL:
         ("unbind", c_int, model),
         ("run", c_int, model),
         ("run_rect", c_int, model, c_int, c_int, c_int, c_int),
+        ("keep_rows", c_int, model, c_char_p, c_int),
+        ("begin", c_int, model, POINTER(CFrame)),
+        ("push", c_int, model, c_char_p, c_void_p, c_int, c_int, c_ssize_t),
+        ("ready", c_int, model, c_int, c_char_p),
+        ("pull", c_int, model, c_int, c_char_p, c_void_p, c_int, c_int, c_ssize_t),
+        ("drop", c_int, model, c_int),
         ("register_count", c_int),
         ("register", POINTER(CRegister), c_int),
         ("pipeline", c_char_p, c_int),
