@@ -84,14 +84,8 @@ LogFunction = CFUNCTYPE(None, c_void_p, c_int, c_char_p)
 def _load() -> ctypes.CDLL:
     # CDLL, not PyDLL: its calls leave the interpreter's lock to other threads.
     name = os.environ.get("CMODEL_LIBRARY") or "libcmodel.so.1"
-    try:
-        library = ctypes.CDLL(name)
-        library.cmodel_abi.restype = c_int
-        abi = library.cmodel_abi()
-    except (OSError, AttributeError) as error:
-        raise ImportError(
-            f"{error}; install libcmodel where the loader finds it, or put its path into CMODEL_LIBRARY"
-        ) from None
+    library = ctypes.CDLL(name)
+    abi = library.cmodel_abi()
     if abi != ABI:
         raise ImportError(f"{name} has binary interface {abi}; this package needs {ABI}")
     model = c_void_p
@@ -133,4 +127,9 @@ def _load() -> ctypes.CDLL:
     return library
 
 
-library = _load()
+try:
+    library = _load()
+except (OSError, AttributeError) as error:
+    raise ImportError(
+        f"{error}; install libcmodel where the loader finds it, or put its path into CMODEL_LIBRARY"
+    ) from None
