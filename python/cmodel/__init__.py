@@ -10,7 +10,7 @@
 libcmodel.so.1 that the loader finds, or the file that CMODEL_LIBRARY names.
 """
 
-from ._model import Error, Model, Record, Registers, Result
+from ._model import Error, Model, Record, Registers, Result, Row
 from ._picture import Picture
 from ._stage_files import assert_same, read_stages
 from ._tables import (
@@ -35,6 +35,7 @@ __all__ = [
     "Register",
     "Registers",
     "Result",
+    "Row",
     "Stage",
     "UnknownName",
     "assert_same",

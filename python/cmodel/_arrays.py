@@ -9,7 +9,7 @@ from ._library import SAMPLE_TYPES, CPlane
 Samples = np.ndarray[Any, np.dtype[Any]]
 """An array of unsigned or signed 8-, 16- or 32-bit samples in the machine's byte order, of any strides."""
 
-_MOST_SIDE = 1 << 30  # pixels; far below what the record's fields hold
+MOST_SIDE = 1 << 30  # pixels; far below what the record's fields hold
 
 
 def check_array(argument: str, array: object, channels: int = 1) -> Samples:
@@ -28,7 +28,7 @@ def check_array(argument: str, array: object, channels: int = 1) -> Samples:
     if array.ndim != (2 if channels == 1 else 3) or (channels > 1 and array.shape[2] != channels):
         shape = "(height, width)" if channels == 1 else f"(height, width, {channels})"
         raise ValueError(f"{argument}: the shape is {array.shape}, not {shape}")
-    if min(array.shape) < 1 or max(array.shape) > _MOST_SIDE:
+    if min(array.shape) < 1 or max(array.shape) > MOST_SIDE:
         raise ValueError(f"{argument}: there is no picture of {array.shape[1]}x{array.shape[0]}")
     return np.asarray(array)  # of a subclass, the plain array over the same samples
 
@@ -41,6 +41,13 @@ def check_written_array(argument: str, array: object, size: tuple[int, int] | No
     if size is not None and samples.shape != size:
         raise ValueError(f"{argument}: {samples.shape[1]}x{samples.shape[0]}; luma is {size[1]}x{size[0]}")
     return samples
+
+
+def check_row(argument: str, row: object, channels: int = 1) -> Samples:
+    """A row, (width) or (width, channels), as an array of one row."""
+    if isinstance(row, np.ndarray) and row.ndim != (1 if channels == 1 else 2):
+        raise ValueError(f"{argument}: an array of shape {row.shape} is no row")
+    return check_array(argument, row[np.newaxis] if isinstance(row, np.ndarray) else row, channels)
 
 
 def to_plane(samples: Samples, depth: int = 0) -> CPlane:

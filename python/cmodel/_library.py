@@ -26,6 +26,18 @@ class CPlane(ctypes.Structure):
     ]
 
 
+class CFrame(ctypes.Structure):
+    _fields_ = [
+        ("width", c_int),
+        ("height", c_int),
+        ("y_depth", c_int),
+        ("yfusion_depth", c_int),
+        ("has_ynr", c_int),
+        ("has_mmap", c_int),
+        ("has_colours", c_int),
+    ]
+
+
 class CRegister(ctypes.Structure):
     _fields_ = [
         ("key", c_char_p),
@@ -72,14 +84,8 @@ LogFunction = CFUNCTYPE(None, c_void_p, c_int, c_char_p)
 def _load() -> ctypes.CDLL:
     # CDLL, not PyDLL: its calls leave the interpreter's lock to other threads.
     name = os.environ.get("CMODEL_LIBRARY") or "libcmodel.so.1"
-    try:
-        library = ctypes.CDLL(name)
-        library.cmodel_abi.restype = c_int
-        abi = library.cmodel_abi()
-    except (OSError, AttributeError) as error:
-        raise ImportError(
-            f"{error}; install libcmodel where the loader finds it, or put its path into CMODEL_LIBRARY"
-        ) from None
+    library = ctypes.CDLL(name)
+    abi = library.cmodel_abi()
     if abi != ABI:
         raise ImportError(f"{name} has binary interface {abi}; this package needs {ABI}")
     model = c_void_p
@@ -103,6 +109,12 @@ def _load() -> ctypes.CDLL:
         ("unbind", c_int, model),
         ("run", c_int, model),
         ("run_rect", c_int, model, c_int, c_int, c_int, c_int),
+        ("keep_rows", c_int, model, c_char_p, c_int),
+        ("begin", c_int, model, POINTER(CFrame)),
+        ("push", c_int, model, c_char_p, c_void_p, c_int, c_int, c_ssize_t),
+        ("ready", c_int, model, c_int, c_char_p),
+        ("pull", c_int, model, c_int, c_char_p, c_void_p, c_int, c_int, c_ssize_t),
+        ("drop", c_int, model, c_int),
         ("register_count", c_int),
         ("register", POINTER(CRegister), c_int),
         ("pipeline", c_char_p, c_int),
@@ -115,4 +127,9 @@ def _load() -> ctypes.CDLL:
     return library
 
 
-library = _load()
+try:
+    library = _load()
+except (OSError, AttributeError) as error:
+    raise ImportError(
+        f"{error}; install libcmodel where the loader finds it, or put its path into CMODEL_LIBRARY"
+    ) from None

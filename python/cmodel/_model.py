@@ -4,7 +4,7 @@ import ctypes
 import os
 import threading
 import weakref
-from collections.abc import Callable, Iterable, Iterator, Mapping
+from collections.abc import Callable, Container, Iterable, Iterator, Mapping
 from ctypes import byref, c_int32, c_void_p
 from operator import index
 from types import TracebackType
@@ -12,8 +12,8 @@ from typing import Any, NamedTuple, NoReturn, SupportsIndex
 
 import numpy as np
 
-from ._arrays import Samples, check_array, check_written_array, to_plane
-from ._library import BAD_ARGUMENT, LogFunction, library
+from ._arrays import MOST_SIDE, Samples, check_array, check_row, check_written_array, to_plane
+from ._library import BAD_ARGUMENT, CFrame, LogFunction, library
 from ._picture import Picture, side_by_side
 from ._tables import UnknownName, register, registers, stage, stages
 
@@ -32,6 +32,15 @@ class Record(NamedTuple):
     level: int
     """0 trace, 1 debug, 2 info, 3 warning, 4 error, 5 fatal."""
     text: str
+
+
+class Row(NamedTuple):
+    """A row of the output, with what was kept of it."""
+
+    y: int
+    out: Samples
+    """(width): uint8; uint16 if the block is off and luma has more than 8 bits."""
+    stages: dict[str, Samples]
 
 
 class Registers(Mapping[str, int]):
@@ -270,6 +279,8 @@ class Model:
         planes = dict(zip(_INPUTS, (y, cb, cr, ynr, mmap, yfusion)))
         given = {name: check_array(name, array) for name, array in planes.items() if array is not None}
         depths = _check_depths(depth, given)
+        for name, samples in given.items():
+            _require_depth(name, samples, depths)
         if rgb is not None:
             colours = check_array("rgb", rgb, 3)
             given.update((name, colours[..., i]) for i, name in enumerate(_COLOURS))
@@ -289,9 +300,7 @@ class Model:
                 if size is None:
                     self._check("y", library.cmodel_run(model))  # fails, and says what is missing
                     raise Error("input y is not bound")
-                out_depth = 8
-                if self["reg_ee_enable"] == 0 and self._pipeline == "pre_ee":
-                    out_depth = depths.get("y", 8)  # luma goes out as it is
+                out_depth = self._out_depth(depths)
                 if written is None:
                     written = np.empty(size, np.uint8 if out_depth == 8 else np.uint16)
                 plane = to_plane(written)
@@ -330,7 +339,124 @@ class Model:
         kept = {name: cut(array) for name, array in made.items()}
         return Result(cut(written), kept, records, out_depth, before)
 
+    def rows(
+        self,
+        *,
+        y: Iterable[Samples] | None = None,
+        cb: Iterable[Samples] | None = None,
+        cr: Iterable[Samples] | None = None,
+        ynr: Iterable[Samples] | None = None,
+        mmap: Iterable[Samples] | None = None,
+        yfusion: Iterable[Samples] | None = None,
+        rgb: Iterable[Samples] | None = None,
+        size: tuple[SupportsIndex, SupportsIndex] | None = None,
+        depth: Mapping[str, SupportsIndex] | None = None,
+        keep: Iterable[str] = (),
+    ) -> Iterator[Row]:
+        """Runs a frame row by row: yields the rows of the output from the top, each as soon as it can be made.
+
+        Planes are those of run(), as arrays or as anything that gives row after row: arrays of (width),
+        chroma half as wide, rounded up, and (width, 3) for rgb. They are asked for one row each in turn, so
+        that no more of a plane is taken than the rows below that the output needs. `size` is (width,
+        height) of the frame, to be given unless luma or rgb is an array.
+
+        The frame begins, with the registers as they are then, when its first row is asked for; it is given
+        up when the iterator is closed or left behind. A model has one such frame at a time. Raises what run()
+        does; ValueError for a plane that ends early.
+        """
+        planes = dict(zip((*_INPUTS, "rgb"), (y, cb, cr, ynr, mmap, yfusion, rgb)))
+        given = {name: rows for name, rows in planes.items() if rows is not None}
+        depths = _check_depths(depth, given)
+        for name, rows in given.items():
+            if isinstance(rows, np.ndarray):
+                _require_depth(name, check_array(name, rows, 3 if name == "rgb" else 1), depths)
+            elif not isinstance(rows, Iterable):
+                raise TypeError(f"{name}: rows are needed, not {type(rows).__name__}")
+        for name in ("y", "cb", "cr"):
+            if (name in given) == (rgb is not None):
+                raise ValueError(f"{name}: rows of y, cb and cr are needed, or of rgb in place of all three")
+        luma = y if rgb is None else rgb
+        if size is not None:
+            width, height = _integers("size", ("width", "height"), size)
+        elif isinstance(luma, np.ndarray):
+            height, width = luma.shape[:2]
+        else:
+            raise ValueError("size: (width, height) is needed where luma is no array")
+        if not 1 <= width <= MOST_SIDE or not 1 <= height <= MOST_SIDE:
+            raise ValueError(f"size: there is no picture of {width}x{height}")
+        for name, rows in given.items():
+            if isinstance(rows, np.ndarray) and len(rows) != height:
+                raise ValueError(f"{name}: {len(rows)} rows in a frame of {height}")
+        wanted = list(self._check_stages(keep, None, None))
+        fusion_depth = depths.get("yfusion", 8) if yfusion is not None else 0
+        has = (plane is not None for plane in (ynr, mmap, rgb))
+        frame = CFrame(width, height, depths.get("y", 8), fusion_depth, *has)
+        return self._rows({name: iter(rows) for name, rows in given.items()}, frame, depths, wanted)
+
     # ---- Inside
+
+    def _rows(
+        self, planes: dict[str, Iterator[Samples]], frame: CFrame, depths: dict[str, int], wanted: list[str]
+    ) -> Iterator[Row]:
+        with self._lock:
+            model = self._handle()
+            try:
+                for name in wanted:
+                    self._check("keep", library.cmodel_keep_rows(model, name.encode(), 1))
+                number: int = library.cmodel_begin(model, byref(frame))
+                self._check("rows", number)
+            finally:
+                for name in wanted:
+                    library.cmodel_keep_rows(model, name.encode(), 0)
+            types = {"output": np.dtype(np.uint8 if self._out_depth(depths) == 8 else np.uint16)}
+        types |= {name: stage(self._pipeline, name).dtype for name in wanted}
+        try:
+            for y in range(frame.height):
+                for name, rows in planes.items():
+                    row = next(rows, None)
+                    if row is None:
+                        raise ValueError(f"{name}: it ends after {y} of {frame.height} rows")
+                    self._push(name, row, depths)
+                while (made := self._pull(number, frame.width, types)) is not None:
+                    yield made
+        finally:
+            with self._lock:
+                if self._free.alive:
+                    library.cmodel_drop(model, number)  # unless all its rows are taken
+
+    def _push(self, name: str, row: Samples, depths: dict[str, int]) -> None:
+        if name == "rgb":
+            pixels = check_row(name, row, 3)
+            parts = {colour: pixels[..., i] for i, colour in enumerate(_COLOURS)}
+        else:
+            parts = {name: check_row(name, row)}
+            _require_depth(name, parts[name], depths)
+        for part, samples in parts.items():
+            p = to_plane(samples)
+            with self._lock:
+                model = self._handle()
+                status = library.cmodel_push(model, part.encode(), p.data, p.width, p.type, p.step)
+                self._check(name, status)
+
+    def _pull(self, number: int, width: int, types: dict[str, np.dtype[Any]]) -> Row | None:
+        """The next row of the output and of the stages; None when it is not ready."""
+        with self._lock:
+            model = self._handle()
+            if library.cmodel_ready(model, number, b"output") <= 0:
+                return None
+            y = 0
+            made: dict[str, Samples] = {}
+            for name, dtype in types.items():
+                made[name] = np.empty(width, dtype)
+                p = to_plane(made[name][np.newaxis])
+                y = library.cmodel_pull(model, number, name.encode(), p.data, width, p.type, p.step)
+                self._check(name, y)
+        return Row(y, made.pop("output"), made)
+
+    def _out_depth(self, depths: Mapping[str, int]) -> int:
+        if self["reg_ee_enable"] == 0 and self._pipeline == "pre_ee":
+            return depths.get("y", 8)  # luma goes out as it is
+        return 8
 
     def _handle(self) -> c_void_p:
         if not self._free.alive:
@@ -414,7 +540,7 @@ def _field_value(key: str, value: SupportsIndex) -> int:
     return number
 
 
-def _check_depths(depth: Mapping[str, SupportsIndex] | None, given: Mapping[str, Samples]) -> dict[str, int]:
+def _check_depths(depth: Mapping[str, SupportsIndex] | None, given: Container[str]) -> dict[str, int]:
     if depth is not None and not isinstance(depth, Mapping):
         raise TypeError(f"depth: a mapping of planes to bits is needed, not {type(depth).__name__}")
     depths: dict[str, int] = {}
@@ -426,23 +552,29 @@ def _check_depths(depth: Mapping[str, SupportsIndex] | None, given: Mapping[str,
         depths[name] = _integer(f"depth[{name!r}]", bits)
         if not 1 <= depths[name] <= 32:
             raise ValueError(f"depth: {name} cannot have {depths[name]} bits")
-    for name in _DEEP_INPUTS:
-        if name in given and name not in depths and given[name].dtype.itemsize > 1:
-            raise ValueError(
-                f"depth: say how many bits {name} has; its dtype {given[name].dtype} leaves it open"
-            )
     return depths
+
+
+def _require_depth(name: str, samples: Samples, depths: Mapping[str, int]) -> None:
+    if name in _DEEP_INPUTS and name not in depths and samples.dtype.itemsize > 1:
+        raise ValueError(f"depth: say how many bits {name} has; its dtype {samples.dtype} leaves it open")
+
+
+def _integers(argument: str, names: tuple[str, ...], values: Any) -> tuple[int, ...]:
+    text = f"{argument}: {len(names)} integers ({', '.join(names)}) are needed, not {values!r}"
+    try:
+        numbers = tuple(index(value) for value in values)
+    except TypeError:
+        raise TypeError(text) from None
+    if len(numbers) != len(names):
+        raise ValueError(text)
+    return numbers
 
 
 def _check_rect(rect: Any, size: tuple[int, int] | None) -> tuple[int, int, int, int] | None:
     if rect is None:
         return None
-    try:
-        x, y, width, height = (_integer("rect", value) for value in rect)
-    except ValueError:
-        raise ValueError(f"rect: (x, y, width, height) is needed, not {rect!r}") from None
-    except TypeError:
-        raise TypeError(f"rect: four integers (x, y, width, height) are needed, not {rect!r}") from None
+    x, y, width, height = _integers("rect", ("x", "y", "width", "height"), rect)
     if size is not None:
         inside = x >= 0 and y >= 0 and x + width <= size[1] and y + height <= size[0]
         if not inside or width < 1 or height < 1:

@@ -122,6 +122,12 @@ def test_random_runs_give_the_bits_of_the_plain_model():
             assert (options["out"] == 77).all(), (SEED, number)
         for name, samples in r.stages.items():
             assert np.array_equal(samples, whole.stages[name][part]), (SEED, number, name)
+        if rng.random() < 0.3 and 2 * planes["cb"].shape[1] >= w:
+            sources = {n: p if rng.random() < 0.5 else iter(p) for n, p in given.items()}
+            rows = list(m.rows(**sources, size=(w, h), depth=options["depth"], keep=r.stages))
+            assert np.array_equal([row.out for row in rows], want), (SEED, number)
+            for name, samples in whole.stages.items():
+                assert np.array_equal([row.stages[name] for row in rows], samples), (SEED, number, name)
         compared += 1
     assert compared > 900
 
@@ -193,6 +199,9 @@ def draw_misuse(rng, m):
         ("path", lambda: m.load_ini(number if number != "8" else "a\0b")),
         ("copied", lambda: copy.deepcopy(m)),
         ("zoom", lambda: m.run(**planes).show(number)),
+        ("cb", lambda: m.rows(y=PICTURE, cr=PICTURE)),
+        ("rgb", lambda: list(m.rows(rgb=iter(NO_PLANE), size=(12, 9)))),
+        ("size", lambda: m.rows(rgb=iter([]), size=(number, 9))),
         ("expected", lambda: cmodel.assert_same(NO_PLANE[rng.choice([0, 2, 3, 4])], PICTURE)),
     ]
     return pick(calls)
