@@ -24,16 +24,15 @@ module tb;
   string fault_stage = "lpf_y";
   int fault_x = -1, fault_y = -1;
 
-  wire fault = frame == 2 && int'(out_column) == fault_x && int'(out_row) == fault_y;
-  wire [7:0] lpf_wire = lpf_y ^ (fault && fault_stage == "lpf_y" ? 8'h04 : 8'h00);
-  wire [7:0] max_wire = local_max ^ (fault && fault_stage == "local_max" ? 8'h04 : 8'h00);
-  wire [7:0] min_wire = local_min ^ (fault && fault_stage == "local_min" ? 8'h04 : 8'h00);
+  int fault_bit;
 
   always @(negedge clk) begin
     if (out_valid) begin
-      seen_lpf[int'(out_column)] = {24'b0, lpf_wire};
-      seen_max[int'(out_column)] = {24'b0, max_wire};
-      seen_min[int'(out_column)] = {24'b0, min_wire};
+      fault_bit = 0;
+      if (frame == 2 && int'(out_column) == fault_x && int'(out_row) == fault_y) fault_bit = 4;
+      seen_lpf[int'(out_column)] = {24'b0, lpf_y} ^ (fault_stage == "lpf_y" ? fault_bit : 0);
+      seen_max[int'(out_column)] = {24'b0, local_max} ^ (fault_stage == "local_max" ? fault_bit : 0);
+      seen_min[int'(out_column)] = {24'b0, local_min} ^ (fault_stage == "local_min" ? fault_bit : 0);
       if (out_column == width - 1) take_lines();
     end
   end
@@ -88,12 +87,12 @@ module tb;
 
   int frames = 20, seed = 1;
   initial begin
-    status = $value$plusargs("frames=%d", frames);
-    status = $value$plusargs("seed=%d", seed);
-    status = $value$plusargs("fault_stage=%s", fault_stage);
-    status = $value$plusargs("fault_x=%d", fault_x);
-    status = $value$plusargs("fault_y=%d", fault_y);
-    status = int'($urandom(seed));
+    void'($value$plusargs("frames=%d", frames));
+    void'($value$plusargs("seed=%d", seed));
+    void'($value$plusargs("fault_stage=%s", fault_stage));
+    void'($value$plusargs("fault_x=%d", fault_x));
+    void'($value$plusargs("fault_y=%d", fault_y));
+    void'($urandom(seed));
     foreach (grey[i]) grey[i] = 128;
     model = new("pre_ee");
     $display("model %s", model.version());
