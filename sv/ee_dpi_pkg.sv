@@ -41,9 +41,9 @@ package ee_dpi_pkg;
                                               input int count);
   // Lines of a stage that can be popped.
   import "DPI-C" function int cmodel_dpi_ready(input chandle handle, input int frame, input string stage);
-  // The next line of a stage; returns its row.
+  // The next line of a stage; returns its row. Samples beyond `count`, and after a failure all, are undefined.
   import "DPI-C" function int cmodel_dpi_pop(input chandle handle, input int frame, input string stage,
-                                             inout int samples[], input int count);
+                                             output int samples[], input int count);
 
   // The same by way of a line in the handle, for arrays that a simulator does not pass.
   import "DPI-C" function int cmodel_dpi_put_sample(input chandle handle, input int x, input int value);
@@ -100,6 +100,10 @@ package ee_dpi_pkg;
       return cmodel_dpi_get(handle, key);
     endfunction
 
+    function int reset();
+      return cmodel_dpi_reset(handle);
+    endfunction
+
     // Prints what the file has that it should not.
     function int load_ini(string path, string instance_name = "NULL");
       int findings;
@@ -110,6 +114,10 @@ package ee_dpi_pkg;
 
     function int keep(string stage, bit on = 1);
       return cmodel_dpi_keep(handle, stage, {31'b0, on});
+    endfunction
+
+    function int look_ahead();
+      return cmodel_dpi_look_ahead(handle);
     endfunction
 
     function int begin_frame(int width, int height, int y_depth = 8, int yfusion_depth = 0, bit has_ynr = 0,
@@ -187,6 +195,7 @@ package ee_dpi_pkg;
       if (model.keep(stage) == 0) begin
         s = new;
         s.name = stage;
+        foreach (model.height_of[frame]) s.next_row[frame] = model.height_of[frame];  // begun without it
         stages.push_back(s);
       end
     endfunction
@@ -196,6 +205,7 @@ package ee_dpi_pkg;
       ee_waiting_line line;
       ee_stage_results s;
       string what;
+      if (stopped) return;
       what = $sformatf("%s, frame %0d, row %0d of the hardware", stage, frame, row);
       foreach (stages[i]) if (stages[i].name == stage) s = stages[i];
       if (s == null) begin
