@@ -152,7 +152,7 @@ CMODEL_API int cmodel_run_rect(cmodel* model, int x, int y, int width, int heigh
 /* ---- Row by row ---------------------------------------------------------------------------- *
  * For whoever has a picture line by line: rows of each input are pushed in order, in any order among the
  * inputs, and copied; rows of the output and of stages are pulled when they are ready: the same bits as a
- * whole run. Bound planes have no part in it. */
+ * whole run. Bound planes have no part in it, and there are no records of it. */
 
 typedef struct cmodel_frame {
     int width;
@@ -183,7 +183,9 @@ CMODEL_API int cmodel_push(cmodel* model, const char* input, const void* samples
 CMODEL_API int cmodel_ready(cmodel* model, int frame, const char* stage);
 
 /* Takes the next row into `count` samples and returns its number, from 0; CMODEL_NOT_READY when none is
- * ready. When all rows that it keeps were pulled, a frame is gone. */
+ * ready. A value that only samples beyond an input's depth can make and that the type does not hold is
+ * CMODEL_BAD_ARGUMENT; the row stays, for a larger type. When all rows that it keeps were pulled, a frame is
+ * gone. */
 CMODEL_API int cmodel_pull(cmodel* model, int frame, const char* stage, void* samples, int count, int type,
                            ptrdiff_t step);
 

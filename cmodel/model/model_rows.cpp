@@ -1,4 +1,5 @@
 // Frames that come and go row by row.
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -274,8 +275,16 @@ int RowFrame::pull(cmodel& m, int stage, const char* name, const cmodel_plane& r
         return m.fail(CMODEL_NOT_READY, "%s: frame %d has no row ready", name, number_);
     }
     Kept& kept = kept_[stage];
-    const size_t at = static_cast<size_t>(kept.pulled) * static_cast<size_t>(spec_.width);
-    ArraySink(row, 0, row.width).put(0, kept.samples + at);
+    const int32_t* const samples =
+        kept.samples + static_cast<size_t>(kept.pulled) * static_cast<size_t>(spec_.width);
+    const auto [low, high] = std::minmax_element(samples, samples + spec_.width);
+    if (!type_holds(row.type, *low, *high)) {
+        return m.fail(CMODEL_BAD_ARGUMENT,
+                      "%s: row %d has values of %d..%d, which the type does not hold; an input has samples "
+                      "beyond its depth",
+                      name, kept.pulled, *low, *high);
+    }
+    ArraySink(row, 0, row.width).put(0, samples);
     return kept.pulled++;
 }
 
@@ -440,8 +449,8 @@ int cmodel_pull(cmodel* model, int frame, const char* stage, void* samples, int 
     if (const int status = check_row(*model, stage, samples, type); status < 0) {
         return status;
     }
-    const ptrdiff_t apart = step < 0 ? -step : step;
-    if (count > 1 && apart < bytes_of_type(type)) {
+    const int bytes = bytes_of_type(type);
+    if (count > 1 && step > -bytes && step < bytes) {
         return model->fail(CMODEL_BAD_ARGUMENT, "%s: samples %td bytes apart overlap", stage, step);
     }
     const int y = (*link)->pull(*model, kept, stage, {samples, type, count, 1, 0, step, 0});
