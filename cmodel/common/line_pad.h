@@ -13,6 +13,13 @@ inline constexpr int kMaxReach = 3;
 // then.
 template <typename T>
 void pad_row(T* row, int width) {
+    if (width > kMaxReach) {
+        for (int k = 1; k <= kMaxReach; ++k) {
+            row[-k] = row[k];
+            row[int64_t{width} - 1 + k] = row[int64_t{width} - 1 - k];
+        }
+        return;
+    }
     for (int k = 1; k <= kMaxReach; ++k) {
         row[-k] = row[mirror(-k, width)];
         row[int64_t{width} - 1 + k] = row[mirror(int64_t{width} - 1 + k, width)];

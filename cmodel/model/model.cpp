@@ -322,7 +322,8 @@ class Run {
             }
         }
         m_.memory.reset();
-        const bool narrow = fits_narrow(m_.configured, planes_, region_around(area_, width_, height_));
+        const bool narrow = fits_narrow(m_.configured, planes_,
+                                        region_around(area_, width_, height_, m_.configured.variant()));
         const int status = narrow ? run_rows<int16_t>() : run_rows<int32_t>();
         if (status == 0) {
             m_.pixels += now;

@@ -1,6 +1,7 @@
 #include "row_pipeline.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "ee_blocks.h"
 #include "line_pad.h"
@@ -60,14 +61,18 @@ bool ConfiguredPipeline::configure(const PipelineRow& pipeline, const Registers&
     return true;
 }
 
-Area region_around(const Area& area, int width, int height) {
-    // No pipeline looks farther: flat detection and delta 3 + 2, classic kernel and spike clamp 3 + 1.
-    // Reflections at the region's own ends then meet only what is cut off again.
-    constexpr int kReach = 6;
-    const int x = std::max(area.x - kReach, 0) / 2 * 2;  // chroma stays even
-    const int y = std::max(area.y - kReach, 0);
-    const int64_t right = std::min<int64_t>(int64_t{area.x} + area.width + kReach, width);
-    const int64_t bottom = std::min<int64_t>(int64_t{area.y} + area.height + kReach, height);
+Area region_around(const Area& area, int width, int height, Variant variant) {
+    // How far a pipeline looks: flat detection and delta 3 + 2, delta or the chroma low-pass 2, classic kernel
+    // and spike clamp 3 + 1. Reflections at the region's own ends then meet only what is cut off again.
+    const int reach = variant == kTexture ? 5 : variant == kPlain ? 2 : 4;
+    const int y = std::max(area.y - reach, 0);
+    const int64_t bottom = std::min<int64_t>(int64_t{area.y} + area.height + reach, height);
+    // Rows of whole vectors where the frame has room: the rest of a row goes sample by sample. Chroma stays even.
+    constexpr int kVector = 32;
+    int x = std::max(area.x - reach, 0) / 2 * 2;
+    const int64_t whole = (int64_t{area.x} + area.width + reach - x + kVector - 1) / kVector * kVector;
+    const int64_t right = std::min<int64_t>(x + whole, width);
+    x = static_cast<int>(std::max<int64_t>(right - whole, 0) / 2 * 2);
     return {x, y, static_cast<int>(right - x), static_cast<int>(bottom - y)};
 }
 
@@ -88,7 +93,7 @@ RowPipeline<T>::RowPipeline(const ConfiguredPipeline& pipeline, const RunPlanes&
                             int height, const Area& area, Memory& memory)
     : pipeline_(pipeline), planes_(planes) {
     plan();
-    region_ = region_around(area, width, height);
+    region_ = region_around(area, width, height, pipeline.variant());
     area_ = {area.x - region_.x, area.y - region_.y, area.width, area.height};
     next_ = -look_ahead();
     last_ = area_.y + area_.height;
@@ -145,9 +150,10 @@ void RowPipeline<T>::take_rows(Memory& memory) {
         }
         h.width = h.half_width ? half_up(region_.width) : region_.width;
         h.pitch = (static_cast<size_t>(h.width) + 3 * kMargin - 1) / kMargin * kMargin;
-        h.lines = std::min(h.lead + h.history + 1, region_.height);
+        const int lines = std::min(h.lead + h.history + 1, region_.height);
+        h.mask = static_cast<int>(std::bit_ceil(static_cast<unsigned>(lines))) - 1;
         h.next = h.lead > 0 ? 0 : area_.y;
-        h.samples = memory.take<T>(h.pitch * static_cast<size_t>(h.lines));
+        h.samples = memory.take<T>(h.pitch * (static_cast<size_t>(h.mask) + 1));
     }
     for (int i = 0; i < pipeline_.steps(); ++i) {
         StepState& s = step_[i];

@@ -56,7 +56,7 @@ struct RunPlanes {
 };
 
 // What is looked at for an area of a frame: as much around it as the blocks reach, from an even column on.
-Area region_around(const Area& area, int width, int height);
+Area region_around(const Area& area, int width, int height, Variant variant);
 
 // Whether the inputs allow 16-bit rows, by their values in a region. Looks through those that their type does
 // not bound.
@@ -88,11 +88,11 @@ class RowPipeline {
     int64_t events(int step) const { return step_[step].events; }
 
   private:
-    // The rows of a plane that are held; row y, of the region, at index y % lines.
+    // The rows of a plane that are held; row y, of the region, at index y & mask.
     struct Held {
         T* samples = nullptr;
         size_t pitch = 0;
-        int lines = 0;
+        int mask = 0;  // lines - 1; a power of two of them, which spares a division a row
         int width = 0;
         int lead = -1;    // rows ahead of the output; -1: nobody reads the plane
         int history = 0;  // rows behind the output that are still looked at; below 0 if none is
@@ -100,7 +100,7 @@ class RowPipeline {
         bool padded = false;
         bool half_width = false;
 
-        T* line(int y) const { return samples + pitch * static_cast<size_t>(y % lines) + kMargin; }
+        T* line(int y) const { return samples + pitch * static_cast<size_t>(y & mask) + kMargin; }
     };
     struct StepState {
         BlockRows<T> rows;

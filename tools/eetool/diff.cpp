@@ -424,7 +424,7 @@ class Diff {
             return std::string(wide + 1 - std::min(wide + 1, text.size()), ' ') + text;
         };
         for (int side = 0; side < 2; ++side) {
-            std::string columns = side == 0 ? "  expected" : "  actual";
+            std::string columns = side == 0 ? "  expected" : "  actual  ";
             for (size_t k = 0; k < e[0].size(); ++k) {
                 columns += padded("x " + std::to_string(std::max(x - 2, 0) + static_cast<int>(k)));
             }

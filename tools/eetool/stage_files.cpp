@@ -351,6 +351,9 @@ void StageFile::read_npy_header() {
     for (int c; text.size() < std::min(length, kBlock) && (c = get()) != EOF;) {
         text += static_cast<char>(c);
     }
+    if (text.size() < length) {
+        fail("has a header that does not end");
+    }
     // Blanks stand only between the parts.
     std::erase_if(text, [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; });
     const auto after = [&](const char* key) {
