@@ -1,7 +1,7 @@
 /*
  * Preloaded, makes an allocation fail: the one numbered ALLOCATION_FAILS, counted from 1, or with
- * ALLOCATION_FAILS=N+ that one and all that follow. Creates the file ALLOCATION_FAILED when it does. A program
- * that is linked with it chooses by fail_allocations().
+ * ALLOCATION_FAILS=N+ that one and all that follow. Creates the file ALLOCATION_FAILED when it does. A
+ * program that is linked with it chooses by fail_allocations().
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -62,12 +62,14 @@ bool ConfiguredPipeline::configure(const PipelineRow& pipeline, const Registers&
 }
 
 Area region_around(const Area& area, int width, int height, Variant variant) {
-    // How far a pipeline looks: flat detection and delta 3 + 2, delta or the chroma low-pass 2, classic kernel
-    // and spike clamp 3 + 1. Reflections at the region's own ends then meet only what is cut off again.
+    // How far a pipeline looks: flat detection and delta 3 + 2, delta or the chroma low-pass 2, classic
+    // kernel and spike clamp 3 + 1. Reflections at the region's own ends then meet only what is cut off
+    // again.
     const int reach = variant == kTexture ? 5 : variant == kPlain ? 2 : 4;
     const int y = std::max(area.y - reach, 0);
     const int64_t bottom = std::min<int64_t>(int64_t{area.y} + area.height + reach, height);
-    // Rows of whole vectors where the frame has room: the rest of a row goes sample by sample. Chroma stays even.
+    // Rows of whole vectors where the frame has room: the rest of a row goes sample by sample. Chroma stays
+    // even.
     constexpr int kVector = 32;
     int x = std::max(area.x - reach, 0) / 2 * 2;
     const int64_t whole = (int64_t{area.x} + area.width + reach - x + kVector - 1) / kVector * kVector;
