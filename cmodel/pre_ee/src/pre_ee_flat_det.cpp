@@ -93,8 +93,8 @@ CM_INLINE void decide(const T* luma, const T* delta_in, const T* delta_fusion, c
     }
 }
 
-// Evidence that no pixel of the row needs (there are no dark, or no bright ones) is not looked for; the
-// decision does not look at it.
+// Evidence that no pixel of the row needs (there are no dark, or no bright ones) is not looked for. The
+// decision computes with it and drops the result, so it is 0: whatever lay there might overflow.
 CM_ROW_TEMPLATE(flat_det_row, (const BlockRows<T>& rows, const FlatDetConfig<T>& c), (rows, c)) {
     const T* const luma = rows.in[1];
     T low;
@@ -104,6 +104,15 @@ CM_ROW_TEMPLATE(flat_det_row, (const BlockRows<T>& rows, const FlatDetConfig<T>&
     const bool has_bright = high >= c.dark_luma_thr && high >= c.bright_luma_thr;
     const int bands = rows.out[2] != nullptr ? 2 : 1;
     Evidence<T> evidence;
+    if (!has_dark) {
+        std::fill_n(evidence.dark_energy, kTile, 0);
+        std::fill_n(evidence.dark_luma, kTile, 0);
+    }
+    if (!has_bright) {
+        std::fill_n(evidence.bright_energy, kTile, 0);
+        std::fill_n(evidence.bright_luma, kTile, 0);
+        std::fill_n(evidence.line, kTile, 0);
+    }
     for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
         const int tile = tile_at(x0, rows.width);
         if (has_dark) {
