@@ -158,7 +158,7 @@ CM_INLINE void decide16(const int16_t* luma, const int16_t* delta_in, const int1
 
 CM_ROW_FUNCTION(flat_det_row16, (const BlockRows<int16_t>& rows, const FlatDet& c), (rows, c)) {
     uint16_t dark_level[kTile], bright_level[kTile];
-    Evidence16 evidence;
+    Evidence16 evidence{};
     for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
         const int tile = tile_at(x0, rows.width);
         const int16_t* const luma = rows.in[1] + x0;
