@@ -75,7 +75,7 @@ Difference compare_files(StageFile& expected, StageFile& actual, int64_t toleran
     Difference found;
     found.size = expected.size();
     constexpr int kBins = 34;
-    std::array<size_t, 2 * kBins + 1> bins{};
+    size_t bins[2 * kBins + 1] = {};
     Samples e, a;
     for_each_difference(expected, actual, tolerance, e, a, [&](size_t index, int64_t difference, bool known) {
         const int x = static_cast<int>(index % static_cast<size_t>(found.size.width));
@@ -98,10 +98,10 @@ Difference compare_files(StageFile& expected, StageFile& actual, int64_t toleran
         const int64_t magnitude = difference < 0 ? -difference : difference;
         found.most = std::max(found.most, magnitude);
         found.sum += static_cast<double>(magnitude);
-        ++bins[static_cast<size_t>(kBins + bin_of(difference))];
+        ++bins[kBins + bin_of(difference)];
     });
     for (int k = -kBins; k <= kBins; ++k) {
-        if (const size_t count = bins[static_cast<size_t>(kBins + k)]; count > 0) {
+        if (const size_t count = bins[kBins + k]; count > 0) {
             found.histogram[k] = count;
         }
     }

@@ -2,7 +2,6 @@
 #ifndef CMODEL_EETOOL_COMPARE_H
 #define CMODEL_EETOOL_COMPARE_H
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <string>

@@ -106,10 +106,13 @@ Side look_at(const std::string& path) {
         if (!format_of(name)) {
             continue;
         }
+        std::string whole = path;
+        whole.append("/").append(name);
         if (find_stage(stage) == nullptr) {
-            side.others.push_back(path + "/" + name);
-        } else if (const auto [it, is_new] = side.file.emplace(stage, path + "/" + name); !is_new) {
-            throw Cannot(it->second + " and " + name + " are both stage " + stage);
+            side.others.push_back(whole);
+        } else if (const auto [it, is_new] = side.file.emplace(stage, whole); !is_new) {
+            whole.append(" and ").append(it->second).append(" are both stage ").append(stage);
+            throw Cannot(whole);
         }
     }
     if (side.file.empty()) {

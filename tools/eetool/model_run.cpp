@@ -281,9 +281,10 @@ std::vector<std::string> register_lines(const std::string& keys,
         } else if (grouped) {
             const size_t end = key.rfind("_lut_") + 4;
             const bool curve = std::string(info.group) == "curve";
-            lines.push_back(key.substr(0, end) + (curve ? " = in " : " = ") + number);
+            lines.push_back(key.substr(0, end).append(curve ? " = in " : " = ").append(number));
         } else {
-            lines.push_back(key + " = " + number);
+            lines.push_back(key);
+            lines.back().append(" = ").append(number);
         }
     }
     return lines;

@@ -47,7 +47,7 @@ bool widen(const uint8_t* src, size_t count, int32_t* dst) {
         }
         T v;
         std::memcpy(&v, raw, sizeof v);
-        dst[i] = static_cast<int32_t>(v);
+        dst[i] = static_cast<int32_t>(v);  // NOLINT(bugprone-signed-char-misuse): bytes with a sign are meant
         if constexpr (sizeof(T) >= sizeof(int32_t)) {
             fits = fits && std::in_range<int32_t>(v);
         }
