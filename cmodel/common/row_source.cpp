@@ -211,10 +211,12 @@ void KeptPlane::put(int y, const int16_t* row) {
 
 template <typename T>
 void KeptPlane::copy_inside(int y, int x, int count, T* dst) const {
-    if (picture_ != nullptr) {
+    if (samples_ != nullptr) {
+        convert_row(samples_.get() + at(y, x), dst, count);
+    } else if constexpr (sizeof(T) == sizeof(int16_t)) {
         std::copy_n(picture_.get() + at(y, x), count, dst);
     } else {
-        convert_row(samples_.get() + at(y, x), dst, count);
+        widen_row(picture_.get() + at(y, x), dst, count);
     }
 }
 

@@ -161,7 +161,7 @@ class Run {
                            area_.height, area_.x, area_.y, width_, height_);
         }
         if (source(Plane::ynr) == nullptr) {
-            if (y.depth() != 8) {
+            if (y.depth() != 8 && (is_on() || classic())) {
                 return fail_unbound("ynr", "; luma of more than 8 bits cannot be sharpened itself");
             }
             planes_.input[index_of(Plane::ynr)] = &y;

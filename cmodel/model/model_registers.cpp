@@ -1,4 +1,8 @@
 // The registers of a model: by key, from INI files, as an INI text.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +25,26 @@ using File = std::unique_ptr<FILE, CloseFile>;
 void set_registers(cmodel& m, const Registers& registers) {
     m.registers = registers;
     m.pixels = 0;
+}
+
+// A regular file, opened; null and errno for anything else, which might be waited for or never end.
+File open_regular(const char* path) {
+    const int fd = open(path, O_RDONLY | O_NONBLOCK);
+    struct stat info {};
+    if (fd >= 0 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+        FILE* const file = fdopen(fd, "r");
+        if (file != nullptr) {
+            return File(file);
+        }
+    } else if (fd >= 0) {
+        errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+    }
+    const int error = errno;
+    if (fd >= 0) {
+        close(fd);
+    }
+    errno = error;
+    return nullptr;
 }
 
 // `what` is the file's path, or what the text is.
@@ -101,7 +125,7 @@ int cmodel_load_ini(cmodel* model, const char* path, const char* instance) {
         return model == nullptr ? CMODEL_BAD_ARGUMENT
                                 : model->fail(CMODEL_BAD_ARGUMENT, "no path of an INI file");
     }
-    return load(*model, File(std::fopen(path, "r")), path, instance);
+    return load(*model, open_regular(path), path, instance);
 }
 
 int cmodel_load_ini_text(cmodel* model, const char* text, size_t size, const char* instance) {

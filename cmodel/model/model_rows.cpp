@@ -141,7 +141,7 @@ int RowFrame::open(cmodel& m, const cmodel_frame& spec) {
     classic_ = m.pipeline == &kClassicEe;
     const Variant variant = variant_of(*m.pipeline, m.registers);
     uses_fusion_ = on_ && variant == kTexture;
-    if (spec_.has_ynr == 0 && spec_.y_depth != 8) {
+    if (spec_.has_ynr == 0 && spec_.y_depth != 8 && (on_ || classic_)) {
         return m.fail(CMODEL_NOT_READY, "luma of more than 8 bits cannot be sharpened itself: ynr must come");
     }
     if (uses_fusion_ && spec_.yfusion_depth == 0) {
