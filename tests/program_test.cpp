@@ -423,7 +423,7 @@ TEST(Library, BlocksAgreeWithThePlainModel) {
         const int height = r.size(1, large ? 260 : 12);
         const I magnitude = r.pick({255, 255, 2047, 4000, 32000, 1 << 21, INT32_MAX});
         const I low = magnitude == 255 ? 0 : -magnitude;
-        const int depth = r.pick({8, 8, 10, 12, 16});
+        const int depth = r.pick({8, 8, 10, 12, 14, 16});
         std::vector<plain::Plane> in, want(2);
         std::vector<FRAME*> frames;
         for (int k = 0; k < block.inputs; ++k) {

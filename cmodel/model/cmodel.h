@@ -13,6 +13,7 @@
  *
  *     cmodel* m;
  *     cmodel_new("pre_ee", &m);
+ *     cmodel_set(m, "reg_ee_texture_mode", 0);
  *     cmodel_set(m, "reg_ee_total_gain", 64);
  *     cmodel_plane y = {samples, CMODEL_U8, width, height, width, 1, 8};
  *     cmodel_bind_input(m, "y", &y);
@@ -118,22 +119,26 @@ typedef struct cmodel_plane {
                   value */
 } cmodel_plane;
 
+/* clang-format off */
 /* Binds an input, to be read by runs until another is bound; null unbinds it.
  *     "y"                      luma that the picture is measured on, 8 to 12 bits
  *     "cb", "cr"               chroma, half as wide as luma (rounded either way), 8 bits
- *     "red", "green", "blue"   in place of y, cb and cr: converted, every second column's chroma taken; 8
- * bits "ynr"                    noise-reduced luma, which is sharpened, 8 bits; without it luma itself, if it
- * has 8 "mmap"                   motion map, 8 bits; without it nothing moves "yfusion"                fused
- * luma, 8 to 20 bits; texture mode 1 needs it, else it is not read The record is copied, the samples are not.
- */
+ *     "red", "green", "blue"   in place of y, cb and cr, 8 bits: converted, and the chroma of every second column
+ *                              taken (not as RGB input of pre_ee_main, which duplicates chroma of full width)
+ *     "ynr"                    noise-reduced luma, which is sharpened, 8 bits; without it luma itself, if it has 8
+ *     "mmap"                   motion map, 8 bits; without it nothing moves
+ *     "yfusion"                fused luma, 8 to 20 bits; texture mode 1 needs it, else it is not read
+ * The record is copied, the samples are not. */
+/* clang-format on */
 CMODEL_API int cmodel_bind_input(cmodel* model, const char* name, const cmodel_plane* plane);
 
-/* Binds the output, of luma's size: 0..255 (of luma's depth while the block is off). A run without one is
- * fine if a stage is bound. It may overlap neither an input nor a stage. */
+/* Binds the output, of luma's size: 0..255, a debug view if reg_ee_debug_mode says so; while the block is off
+ * a copy of luma at its depth ("classic": of ynr). Null unbinds it. A run without one is fine if a stage is
+ * bound. It may overlap neither an input nor a stage. */
 CMODEL_API int cmodel_bind_output(cmodel* model, const cmodel_plane* plane);
 
 /* Binds a stage, of luma's size, by its name in the stage table; its type must hold all from the stage's
- * least to its greatest value. Null unbinds it. */
+ * least to its greatest value. Null unbinds it. It may overlap neither an input nor another stage. */
 CMODEL_API int cmodel_bind_stage(cmodel* model, const char* name, const cmodel_plane* plane);
 
 /* Unbinds all. */
@@ -141,11 +146,11 @@ CMODEL_API int cmodel_unbind(cmodel* model);
 
 /* ---- Runs ---------------------------------------------------------------------------------- */
 
-/* Runs a frame, or the rectangle of it that begins at (x, y), with the registers as they are now: the same
- * bits. Only samples in the rectangle are written. Returns 0; a run that fails writes nothing, but for a
- * value that only samples beyond an input's depth can make and that the type of its stage, or of the output,
- * does not hold: then the run ends with CMODEL_BAD_ARGUMENT after everything was written, such values cut to
- * their low bits. */
+/* Runs a frame, or the rectangle of it that begins at (x, y), with the registers as they are now; a rectangle
+ * has the bits that the whole frame has there. Only samples in the rectangle are written. Returns 0; a run
+ * that fails writes nothing, but for a value that only samples beyond an input's depth can make and that the
+ * type of its stage, or of the output, does not hold: then the run ends with CMODEL_BAD_ARGUMENT after
+ * everything was written, such values cut to their low bits. */
 CMODEL_API int cmodel_run(cmodel* model);
 CMODEL_API int cmodel_run_rect(cmodel* model, int x, int y, int width, int height);
 

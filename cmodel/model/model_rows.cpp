@@ -222,8 +222,8 @@ void RowFrame::run_ready_rows() {
         return true;
     };
     if (on_) {
-        while (rows_->next_step() < spec_.height && all_have_rows(rows_->next_step())) {
-            rows_->step();
+        while (rows_->next_advance() < spec_.height && all_have_rows(rows_->next_advance())) {
+            rows_->advance();
         }
         return;
     }

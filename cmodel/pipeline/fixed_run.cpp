@@ -8,8 +8,6 @@
 namespace cm {
 namespace {
 
-constexpr int kOutputDepth = 8;
-
 // The planes that debug images show.
 class KeptPlanes {
   public:

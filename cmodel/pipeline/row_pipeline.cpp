@@ -9,8 +9,6 @@
 namespace cm {
 namespace {
 
-constexpr int kOutputDepth = 8;
-
 // Bounds of the inputs under which every plane fits 16 bits and flat detection may add up seven rows in them.
 constexpr int32_t narrow_greatest(int input) {
     return input == index_of(Plane::yfusion) ? 32767 / 7 : 255;
@@ -62,10 +60,9 @@ bool ConfiguredPipeline::configure(const PipelineRow& pipeline, const Registers&
 }
 
 Area region_around(const Area& area, int width, int height, Variant variant) {
-    // How far a pipeline looks: flat detection and delta 3 + 2, delta or the chroma low-pass 2, classic
-    // kernel and spike clamp 3 + 1. Reflections at the region's own ends then meet only what is cut off
-    // again.
-    const int reach = variant == kTexture ? 5 : variant == kPlain ? 2 : 4;
+    // As far as the blocks look up and down they look left and right, and the chroma low-pass, which only
+    // looks left and right, 2. Reflections at the region's own ends then meet only what is cut off again.
+    const int reach = std::max(look_ahead_of(Plane::sharpened, variant), 2);
     const int y = std::max(area.y - reach, 0);
     const int64_t bottom = std::min<int64_t>(int64_t{area.y} + area.height + reach, height);
     // Rows of whole vectors where the frame has room: the rest of a row goes sample by sample. Chroma stays
@@ -170,7 +167,7 @@ void RowPipeline<T>::take_rows(Memory& memory) {
 }
 
 template <typename T>
-void RowPipeline<T>::step() {
+void RowPipeline<T>::advance() {
     read_inputs(next_);
     for (int i = 0; i < pipeline_.steps(); ++i) {
         run_step(i, next_);

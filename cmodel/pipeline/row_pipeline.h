@@ -10,6 +10,8 @@
 
 namespace cm {
 
+inline constexpr int kOutputDepth = 8;
+
 // The blocks of a pipeline, configured for frames of one kind.
 class ConfiguredPipeline {
   public:
@@ -73,14 +75,14 @@ class RowPipeline {
     // All rows.
     void run() {
         while (next_ < last_) {
-            step();
+            advance();
         }
     }
 
     // A row of each input, and all that can be made then. The output's row y comes with step y; the first
     // step is -look_ahead(), so that everything goes a row at a time from the start.
-    void step();
-    int next_step() const { return next_; }
+    void advance();
+    int next_advance() const { return next_; }
     // Rows of luma and fused luma below the output's row that it is made of.
     int look_ahead() const { return held_[index_of(Plane::y)].lead; }
 

@@ -74,7 +74,7 @@ struct BlockReport {
     RecordLog& log;
     const char* image_dir;  // null when images are not wanted
     const char* tag;        // of the images' names; may be empty
-    int in_depth;
+    int in_depth;  // of the luma that the pipeline measures on; of a block called alone, of its first input
     int64_t events;
     const RowSource* in[kMostInputs];
     const RowSource* out[kMostOutputs];

@@ -29,7 +29,7 @@ struct CalcCore {
     CurveTable moving;     // level of moving areas, by brightness
     CurveTable weight;     // share of the moving level, by motion
     CurveTable by_motion;  // the level, where neither depends on brightness
-    int shift;             // from levels in 8-bit codes times 128 to units of the luma's depth
+    int shift;             // takes the 128ths of the blend off, less a bit for each that luma has above 8
 
     void configure(const Registers& r, const BlockSetup& setup) {
         by_lowpass = r[reg_ee_lumaref_lpf_en] == 1;
@@ -49,9 +49,11 @@ struct CalcCore {
         by_motion.finish();
     }
 
-    // Weights above the whole make levels below zero.
+    // Weights above the whole make levels below zero; luma of 12 bits levels up to 4080, deeper luma larger
+    // ones than coring takes.
     bool fits_narrow() const {
-        return *std::max_element(std::begin(weight.entry), std::end(weight.entry)) <= kUnitWeight;
+        return shift >= 15 - 12 &&
+               *std::max_element(std::begin(weight.entry), std::end(weight.entry)) <= kUnitWeight;
     }
 
     template <typename T>

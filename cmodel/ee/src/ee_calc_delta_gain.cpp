@@ -9,8 +9,6 @@
 namespace cm {
 namespace {
 
-constexpr int32_t kMaxGain = 255;
-
 struct CalcDeltaGain {
     GainTable gain;
 
@@ -20,10 +18,6 @@ struct CalcDeltaGain {
             return;
         }
         gain.set(r, reg_ee_delta_adptctrl_lut_00, false);
-        for (int32_t& entry : gain.entry) {
-            entry = min32(entry, kMaxGain);
-        }
-        gain.finish();
     }
 
     template <typename T>

@@ -15,7 +15,8 @@
 namespace cm {
 namespace {
 
-// Half of the final division by 8: rounds the magnitude to nearest.
+// In eighths: half of the final division by 8, which so rounds magnitudes to nearest; and the ends of the
+// result.
 constexpr int32_t kRound = 4;
 constexpr int32_t kHighest = 2047;
 constexpr int32_t kLowest = -2048;
@@ -52,14 +53,14 @@ struct IOShoot {
     }
 };
 
-// The share of the excess that passes, rounded away from zero for the final division.
+// The share of the excess that passes, and the final division's half: to nearest, or rounded down.
 template <Shoot kKind>
 CM_INLINE int32_t pass_excess(int32_t excess, int32_t gain_q4, int32_t sign) {
     const Wrap scaled = Wrap(gain_q4) * Wrap(excess);
     if constexpr (kKind == Shoot::kPro) {
-        return Wrap((scaled + 8 * sign) / 16) + kRound * sign;  // toward zero
+        return Wrap((scaled + 8 * sign) / 16) + kRound * sign;
     }
-    return (scaled >> 4) + kRound * sign;  // toward minus infinity
+    return (scaled >> 4) + kRound * sign;
 }
 
 template <Shoot kKind>
@@ -99,8 +100,8 @@ CM_ROW_TEMPLATE(shoot_row, (const BlockRows<T>& rows, const IOShoot<Shoot::kClas
     shoot_tile(rows, c);
 }
 
-// In 16 bits. Luma lies between its local extremes, so what holds for positive deltas holds for the
-// magnitudes of negative ones, with their own limits.
+// In 16 bits. In a pipeline luma lies between its local extremes, so what holds for positive deltas holds for
+// the magnitudes of negative ones, with their own limits.
 CM_ROW_FUNCTION(shoot_pro_row16,
                 (const int16_t* delta, const int16_t* luma, const int16_t* max, const int16_t* min,
                  int16_t* __restrict out, int width, const IOShoot<Shoot::kPro>& c),

@@ -1,4 +1,5 @@
-// Total delta: the cored delta times the total gain, magnitude cut to 2047.
+// Total delta: the cored delta times the total gain, magnitude cut to 2047. (Gains below zero, which weights
+// above the whole can make, are not cut.)
 #include "block_on_frames.h"
 #include "ee_blocks.h"
 #include "ee_hw.h"
@@ -48,7 +49,8 @@ struct TotalDelta {
 }  // namespace
 
 const Block kTotalDelta = make_block<TotalDelta>(
-    {"EE_TotalDelta", "cored delta times total gain, magnitude at most 2047", "`dbg_delta_total_8b.ppm`"},
+    {"EE_TotalDelta", "cored delta times total gain, cut to 2047 unless the gain is negative",
+     "`dbg_delta_total_8b.ppm`"},
     {{}, {}}, {{.shown = Shown::kPicture}});
 
 }  // namespace cm

@@ -1,4 +1,4 @@
-// Directional delta: one luma plane through a wide (MF) and a compact (HF) 5x5 band-pass kernel. The
+// Deltas: one luma plane through a wide (MF) and a compact (HF) 5x5 band-pass kernel. The
 // coefficients of each add up to 0, so a flat area has no delta.
 //
 // 8-bit luma gives eighths of a luma code (shift 6); any other depth is taken for 12 bits (shift 9).
