@@ -569,16 +569,18 @@ int call_badly(Random& r, cmodel* m, Case& c, I kind) {
                                          .c_str(),
                                      &p);
         case 14:
-            return r.chance(50) ? cmodel_load_ini_text(m, nullptr, 5, "0")
-                                : cmodel_dump_ini(m, "0", nullptr, 5);
+            return r.chance(50)   ? cmodel_load_ini_text(m, nullptr, 5, "0")
+                   : r.chance(50) ? cmodel_dump_ini(m, "0", nullptr, 5)
+                                  : cmodel_explain(m, 0, 0, nullptr, 5);
         case 15:
             return r.chance(50) ? cmodel_bind_input(m, nullptr, &p) : cmodel_bind_stage(m, nullptr, &p);
         case 16:
             return rect[side] = side < 2 ? r.pick({-1, INT_MIN, INT_MAX, 40}) : 0,
                    cmodel_run_rect(m, rect[0], rect[1], rect[2], rect[3]);
         default:
-            return rect[side] = r.pick({-1, 41, INT_MIN, INT_MAX}),
-                   cmodel_run_rect(m, rect[0], rect[1], rect[2], rect[3]);
+            rect[side] = r.pick({-1, 41, INT_MIN, INT_MAX});
+            return side < 2 && r.chance(50) ? cmodel_explain(m, rect[0], rect[1], nullptr, 0)
+                                            : cmodel_run_rect(m, rect[0], rect[1], rect[2], rect[3]);
     }
 }
 
@@ -646,6 +648,25 @@ TEST(Model, BadCallsChangeNothing) {
     EXPECT_TRUE(cmodel_run(nullptr) < 0 && *cmodel_error(nullptr) != '\0');
 }
 
+// The text is cut to its room, and what is bound stays as it was.
+TEST(Model, ExplainsWithoutWriting) {
+    for (I n = 0; n < 100 && !HasFailure(); ++n) {
+        SCOPED_TRACE(testing::Message() << "case " << n << " of seed " << kSeed);
+        Random r = generator(1000091, n);
+        Case c(r, 4 * n + 2, n < 50);
+        Handle m(c.pipeline());
+        c.set_registers(r, m), c.bind(r, m);
+        const std::vector<uint8_t> before = c.fill(r);
+        char text[200] = {};
+        const int length = cmodel_explain(m, c.width - 1, c.height - 1, text, 100);
+        EXPECT_EQ(length,
+                  c.on() ? cmodel_explain(m, c.width - 1, c.height - 1, nullptr, 0) : CMODEL_NOT_READY);
+        EXPECT_EQ(std::strlen(text), length < 0 ? 0U : 99U) << text << cmodel_error(m);
+        EXPECT_EQ(std::memcmp(before.data(), c.pool.bytes.get(), before.size()), 0);
+        c.check(r, m, nullptr);
+    }
+}
+
 TEST(Model, BadRunsWriteNothing) {
     expect_failures(run_badly, kBadRuns, false);
 }
@@ -674,11 +695,12 @@ TEST(Model, LastsWithoutMemory) {
             const bool filled = text < 0 || cmodel_finding(model, findings - 1) != nullptr;
             cmodel_copy_registers(model, used), c.bind_all(model);
             const int status = cmodel_run(model);
+            const int said = n < 4 ? cmodel_explain(model, 0, 0, nullptr, 0) : 1;
             failed = fail_allocations(0, false);
-            for (const int s : {made, text, loaded, status})
+            for (const int s : {made, text, loaded, status, said})
                 EXPECT_TRUE(s >= 0 || s == CMODEL_NO_MEMORY) << cmodel_error(model);
             // Some failures are made up for: of a stream's buffer, of room to sort in.
-            EXPECT_TRUE(failed || (made == 0 && text >= 0 && loaded >= 0 && status == 0));
+            EXPECT_TRUE(failed || (made == 0 && text >= 0 && loaded >= 0 && status == 0 && said > 0));
             EXPECT_TRUE(filled && (text < 0 || text == findings) && (loaded < 0 || loaded == findings));
             c.set_registers(r, model), c.bind(r, model), c.check(r, model, nullptr);
             if (made == 0) cmodel_free(m);

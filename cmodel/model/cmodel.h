@@ -154,6 +154,13 @@ CMODEL_API int cmodel_unbind(cmodel* model);
 CMODEL_API int cmodel_run(cmodel* model);
 CMODEL_API int cmodel_run_rect(cmodel* model, int x, int y, int width, int height);
 
+/* Every stage at pixel (x, y) of the bound inputs with the registers as they are now, in the order of their
+ * making, as a text: a line with value, unit and meaning each, below it what decided the value (class, curve
+ * segment, limiter) and the registers to turn. It goes into text[0 .. size-1], cut there and always ended by
+ * a 0 if size > 0. Bound outputs and stages are not written. Returns the length of the whole text without the
+ * 0, whatever fitted; it fails as a run does, for a pixel outside the frame, and while the block is off. */
+CMODEL_API int cmodel_explain(cmodel* model, int x, int y, char* text, size_t size);
+
 /* ---- Row by row ---------------------------------------------------------------------------- *
  * For whoever has a picture line by line: rows of each input are pushed in order, in any order among the
  * inputs, and copied; rows of the output and of stages are pulled when they are ready: the same bits as a

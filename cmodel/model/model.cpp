@@ -245,8 +245,9 @@ class Run {
         return 0;
     }
 
+    // Inputs among them are cmodel_explain's, which has nothing to check.
     int check_stages() {
-        for (int i = 0; i < kPlanes; ++i) {
+        for (int i = kInputs; i < kPlanes; ++i) {
             if (!m_.stage[i]) {
                 continue;
             }

@@ -99,10 +99,12 @@ class Result:
         records: tuple[Record, ...],
         depth: int,
         before: Callable[[], Samples],
+        explain: Callable[[int, int], str],
     ) -> None:
         self.out, self.stages, self.records = out, stages, records
         self._depth = depth
         self._before = before
+        self._explain = explain
 
     def show(self, zoom: int = 1) -> Picture:
         """Before and after side by side, for a notebook; each sample is `zoom` x `zoom` pixels.
@@ -113,6 +115,15 @@ class Result:
         if not 1 <= _integer("zoom", zoom) <= 64:
             raise ValueError(f"zoom: {zoom} is outside 1..64")
         return side_by_side(self._before(), self.out >> (self._depth - 8), index(zoom))
+
+    def explain(self, x: SupportsIndex, y: SupportsIndex) -> str:
+        """What made pixel (x, y) of the frame, also where only a rectangle of it was made.
+
+        The text that `eetool explain` prints: every stage with unit and meaning, below it what decided its
+        value and the registers to turn; for the registers of the run and the planes as the caller's arrays
+        hold them now. ValueError for a pixel outside the frame, Error if the block was off.
+        """
+        return self._explain(_integer("x", x), _integer("y", y))
 
 
 class Model:
@@ -292,11 +303,10 @@ class Model:
 
         with self._lock:
             model = self._handle()
+            was = Model(self._pipeline)  # the registers of this run, whatever becomes of this model
+            library.cmodel_copy_registers(was._model, model)
             try:
-                for name, samples in given.items():
-                    plane = to_plane(samples, depths.get(name, 8))
-                    argument = "rgb" if name in _COLOURS else name
-                    self._check(argument, library.cmodel_bind_input(model, name.encode(), byref(plane)))
+                self._bind_inputs(given, depths)
                 if size is None:
                     self._check("y", library.cmodel_run(model))  # fails, and says what is missing
                     raise Error("input y is not bound")
@@ -336,8 +346,11 @@ class Model:
                     return off.run(rgb=rgb, rect=part).out
             return cut(given["y" if ynr is None else "ynr"])
 
+        def explain(x: int, y: int) -> str:
+            return was._explain(given, depths, x, y)
+
         kept = {name: cut(array) for name, array in made.items()}
-        return Result(cut(written), kept, records, out_depth, before)
+        return Result(cut(written), kept, records, out_depth, before, explain)
 
     def rows(
         self,
@@ -394,6 +407,30 @@ class Model:
         return self._rows({name: iter(rows) for name, rows in given.items()}, frame, depths, wanted)
 
     # ---- Inside
+
+    def _bind_inputs(self, given: Mapping[str, Samples], depths: Mapping[str, int]) -> None:
+        for name, samples in given.items():
+            plane = to_plane(samples, depths.get(name, 8))
+            argument = "rgb" if name in _COLOURS else name
+            self._check(argument, library.cmodel_bind_input(self._model, name.encode(), byref(plane)))
+
+    def _explain(self, given: Mapping[str, Samples], depths: Mapping[str, int], x: int, y: int) -> str:
+        height, width = given["y" if "y" in given else "red"].shape
+        if not 0 <= x < width or not 0 <= y < height:
+            raise ValueError(f"x, y: pixel ({x}, {y}) lies outside the frame of {width}x{height}")
+        with self._lock:
+            try:
+                self._bind_inputs(given, depths)
+                size = 1 << 14  # more than it takes, as a rule
+                while True:
+                    text = ctypes.create_string_buffer(size)
+                    length: int = library.cmodel_explain(self._model, x, y, text, size)
+                    self._check("x, y", length)
+                    if length < size:
+                        return _text(text.value)
+                    size = length + 1
+            finally:
+                library.cmodel_unbind(self._model)
 
     def _rows(
         self, planes: dict[str, Iterator[Samples]], frame: CFrame, depths: dict[str, int], wanted: list[str]

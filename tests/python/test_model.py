@@ -246,6 +246,21 @@ def test_the_first_difference_is_found_in_files_and_arrays(tmp_path):
         cmodel.read_stages(tmp_path)
 
 
+def test_a_pixel_is_explained_as_it_was_run():
+    m = cmodel.Model("classic")
+    m["reg_ee_total_gain"] = 99
+    r = m.run(rgb=np.random.default_rng(SEED).integers(0, 256, (20, 30, 3), np.uint8), rect=(4, 3, 9, 5), keep=m.stages)
+    m["reg_ee_total_gain"] = 0
+    text = r.explain(7, 5)
+    m.close()
+    assert r.explain(7, 5) == text
+    said = dict(re.findall(r"^(\w+) +(-?\d+)  ", text, re.M))
+    assert {name: str(samples[2, 3]) for name, samples in r.stages.items()}.items() <= said.items()
+    for x, y in ((30, 0), (0, -1), (1 << 40, 0), ("1", 0)):
+        with pytest.raises((ValueError, TypeError), match="^x"):
+            r.explain(x, y)
+
+
 def test_the_page_does_what_it_says(tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     (tmp_path / "settings").symlink_to(ROOT / "settings")

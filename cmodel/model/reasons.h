@@ -1,13 +1,13 @@
 // Why a stage has its value at a pixel.
-#ifndef CMODEL_EETOOL_REASONS_H
-#define CMODEL_EETOOL_REASONS_H
+#ifndef CMODEL_REASONS_H
+#define CMODEL_REASONS_H
 
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
-namespace eetool {
+namespace cm {
 
 // What a reason rests on.
 struct Pixel {
@@ -24,6 +24,6 @@ struct Pixel {
 // much. Empty for stages that are plain arithmetic.
 std::vector<std::string> reasons_of(const std::string& stage, const Pixel& pixel);
 
-}  // namespace eetool
+}  // namespace cm
 
 #endif

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <map>
+#include <iterator>
 
 #include "common.h"
 #include "ee_hw.h"
 
-namespace eetool {
+namespace cm {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -224,8 +224,11 @@ Lines table_reasons(const Pixel& p, const char* enable, const std::string& table
 
 Lines chroma_gain_reasons(const Pixel& p) {
     const bool smooth = p.reg("reg_ee_chromaref_lpf_en") == 1;
-    const int cb = p.plane(smooth ? "lpf_cb" : "cb_full") - 128;
-    const int cr = p.plane(smooth ? "lpf_cr" : "cr_full") - 128;
+    // Chroma beyond its depth may wrap.
+    const auto centred = [&](const char* plane) {
+        return static_cast<int>(static_cast<uint32_t>(p.plane(plane)) - 128);
+    };
+    const int cb = centred(smooth ? "lpf_cb" : "cb_full"), cr = centred(smooth ? "lpf_cr" : "cr_full");
     const int hue = CalcHue_Cordic(cb, cr), amplitude = std::clamp(CalcSQRT(cb, cr), 0, 255);
     const std::string curve = "reg_ee_chroma_amp_lut";
     Lines lines;
@@ -317,7 +320,10 @@ Lines clean_y_reasons(const Pixel& p) {
 }  // namespace
 
 std::vector<std::string> reasons_of(const std::string& stage, const Pixel& pixel) {
-    static const std::map<std::string, std::function<Lines(const Pixel&)>> kReasons = {
+    static constexpr struct {
+        const char* stage;
+        Lines (*reasons)(const Pixel&);
+    } kReasons[] = {
         {"clean_y", clean_y_reasons},
         {"mf_texture", [](const Pixel& p) { return texture_reasons(p, "mf"); }},
         {"hf_texture", [](const Pixel& p) { return texture_reasons(p, "hf"); }},
@@ -344,8 +350,9 @@ std::vector<std::string> reasons_of(const std::string& stage, const Pixel& pixel
         {"limited_delta", limited_delta_reasons},
         {"sharpened", sharpened_reasons},
     };
-    const auto it = kReasons.find(stage);
-    return it != kReasons.end() ? it->second(pixel) : Lines{};
+    const auto* const it = std::find_if(std::begin(kReasons), std::end(kReasons),
+                                        [&](const auto& row) { return row.stage == stage; });
+    return it != std::end(kReasons) ? it->reasons(pixel) : Lines{};
 }
 
-}  // namespace eetool
+}  // namespace cm
