@@ -61,29 +61,29 @@ struct Picture {
 };
 
 TEST_F(Worked, PreDelta) {
-    const struct {
-        int depth, centre, beside, other, mf, hf;
-    } rows[] = {
-        {8, 255, 0, 0, 765, 876},         // 192 * 255 / 64; 220 * 255 / 64 = 876.6
-        {8, 0, 255, 255, -765, -876},     // cut towards 0
-        {12, 4095, 0, 0, 1535, 1759},     // / 512: 1535.6, 1759.6
-        {10, 2, 0, 0, 0, 0},              // 384, 440: below 512
-        {10, 3, 0, 0, 1, 1},              // 576, 660
-        {10, 0, 2, 2, 0, 0},              //
-        {10, 0, 3, 3, -1, -1},            //
-        {12, 2340, 2340, 0, 2047, 1170},  // (192 + 4 * 64) * 2340 / 512 = 2047.5, (220 + 4 * 9) / 512 = 1/2
-        {12, 2341, 2341, 0, 2047, 1170},  // 2048.4 is limited
-        {12, 0, 0, 2341, -2047, -1170},   //
-        {12, 4095, 4095, 0, 2047, 2047},  // 3583.1; 2047.5
-        {10, 1023, 1023, 0, 895, 511},    // 895.1; 511.5
-    };
+    // Depth, the centre, its four neighbours, all others; MF, HF. Over 64 at 8 bits, else over 512, cut
+    // towards 0: 192 * 255 = 48960, 220 * 255 = 56100; 192 * 4095 = 1535.6 * 512, 220 * 4095 = 1759.6 * 512;
+    // 384 and 440 are below 512, 576 and 660 are not. With the neighbours 192 + 4 * 64 = 448 and 220 + 4 * 9
+    // = 256: 448 * 2340 is 2047.5 * 512, 448 * 2341 is 2048.4 * 512 and limited; 4095 gives 3583.1 and
+    // 2047.5, 1023 895.1 and 511.5.
+    const int rows[][6] = {{8, 255, 0, 0, 765, 876},
+                           {8, 0, 255, 255, -765, -876},
+                           {12, 4095, 0, 0, 1535, 1759},
+                           {10, 2, 0, 0, 0, 0},
+                           {10, 3, 0, 0, 1, 1},
+                           {10, 0, 2, 2, 0, 0},
+                           {10, 0, 3, 3, -1, -1},
+                           {12, 2340, 2340, 0, 2047, 1170},
+                           {12, 2341, 2341, 0, 2047, 1170},
+                           {12, 0, 0, 2341, -2047, -1170},
+                           {12, 4095, 4095, 0, 2047, 2047},
+                           {10, 1023, 1023, 0, 895, 511}};
     Picture mf(5), hf(5);
-    for (const auto& row : rows) {
-        Picture in(5, row.other, row.depth);
-        in.with(2, 2, row.centre).with(1, 2, row.beside).with(3, 2, row.beside);
-        in.with(2, 1, row.beside).with(2, 3, row.beside);
+    for (const auto& [depth, centre, beside, other, want_mf, want_hf] : rows) {
+        Picture in(5, other, depth);
+        in.with(2, 2, centre).with(1, 2, beside).with(3, 2, beside).with(2, 1, beside).with(2, 3, beside);
         PRE_EE_CalcDelta(in, mf, hf, "T");
-        EXPECT_EQ(Row({mf.centre(), hf.centre()}), Row({row.mf, row.hf})) << row.centre << ", " << row.other;
+        EXPECT_EQ(Row({mf.centre(), hf.centre()}), Row({want_mf, want_hf})) << centre << ", " << other;
     }
     set({{reg_ee_enable, 0}});
     PRE_EE_CalcDelta(Picture(5).with(2, 2, 255), mf, hf, "T");
@@ -91,13 +91,9 @@ TEST_F(Worked, PreDelta) {
 }
 
 TEST_F(Worked, ClassicDelta) {
-    const int rows[][4] = {
-        // centre, other; MF, HF
-        {1, 0, 1, 3},           // 80 / 64, 220 / 64 at any depth
-        {0, 1, -1, -3},         //
-        {1023, 0, 1278, 2047},  // 1278.8; 3516.6 is limited
-        {0, 1023, -1278, -2047},
-    };
+    // The centre, all others; MF, HF: over 64 at any depth. 80, 220; 80 * 1023 = 1278.8 * 64; 3516.6 is
+    // limited.
+    const int rows[][4] = {{1, 0, 1, 3}, {0, 1, -1, -3}, {1023, 0, 1278, 2047}, {0, 1023, -1278, -2047}};
     Picture mf(7), hf(7);
     for (const auto& row : rows) {
         EE_CalcDelta(Picture(7, row[1], 10).with(3, 3, row[0]), mf, hf);
@@ -105,19 +101,18 @@ TEST_F(Worked, ClassicDelta) {
     }
 }
 
-// 64 on black shows the kernels, which are the same in all eight directions: (0, 0), (1, 0), (1, 1), (2, 0),
-// ...
+// 64 on black shows the kernels, alike in all eight directions: at (0, 0), (1, 0), (1, 1), (2, 0) and so on.
 TEST_F(Worked, Kernels) {
     Picture mf(9), hf(9), mf_7x7(9), hf_classic(9);
     const Picture in = std::move(Picture(9).with(4, 4, 64));
     PRE_EE_CalcDelta(in, mf, hf, "T");
     EE_CalcDelta(in, mf_7x7, hf_classic);
-    const Row mf_5x5 = {192, 64, 0, -32, -32, -16, 0, 0, 0, 0},
-              hf_5x5 = {220, 9, -36, -20, -4, 0, 0, 0, 0, 0};
-    const std::pair<const Picture&, Row> kernels[] = {{mf, mf_5x5},
-                                                      {hf, hf_5x5},
-                                                      {mf_7x7, {80, 40, 15, -8, -12, -12, -8, -7, -4, -1}},
-                                                      {hf_classic, hf_5x5}};
+    const Row hf_5x5 = {220, 9, -36, -20, -4, 0, 0, 0, 0, 0};
+    const std::vector<std::pair<const Picture&, Row>> kernels = {
+        {mf, {192, 64, 0, -32, -32, -16, 0, 0, 0, 0}},
+        {mf_7x7, {80, 40, 15, -8, -12, -12, -8, -7, -4, -1}},
+        {hf, hf_5x5},
+        {hf_classic, hf_5x5}};
     for (const auto& [got, want] : kernels)
         for (uint32_t y = 1; y < 8; ++y)
             for (uint32_t x = 1; x < 8; ++x) {
@@ -132,79 +127,55 @@ const auto flat_det = +[](const FRAME* y, const FRAME* fusion, const FRAME* in, 
                           FRAME* out) { PRE_EE_FlatDet(y, fusion, in, fused, out, "T"); };
 
 TEST_F(Worked, FlatDetectionOfOnePixel) {
-    set({{reg_ee_dark_luma_thr, 100},
-         {reg_ee_bright_luma_thr, 200},
-         {reg_ee_dark_edge_thr, 512},  // halves
-         {reg_ee_bright_edge_thr, 512},
-         {reg_ee_dark_edge_strength, 1536},    // 1.5
-         {reg_ee_bright_edge_strength, 2048},  // 2
-         {reg_ee_line_thr, 1024}});            // a pixel alone is not above its own peak
-    expect(flat_det, {
-                         {255, 99, -7, 49, 73},         // 99 / 2 = 49.5, cut, is not below 49: flat, 73.5
-                         {255, 99, -7, -49, -73},       //
-                         {255, 99, -7, 50, -10},        // edge: the input's delta, 10.5
-                         {255, 99, 0, -50, 0},          //
-                         {255, 0, 2047, 1, 2047},       // limited
-                         {255, 0, -2047, 1, -2047},     //
-                         {255, 0, 2047, 0, 0},          // 0 is not below 0: flat
-                         {255, 100, 5, -33, -33},       // neither dark nor bright
-                         {255, 199, 5, 2047, 2047},     //
-                         {101, 200, 50, 9, 50},         // 50.5, cut, is not below 50: flat, the input's delta
-                         {101, 200, -50, 9, -50},       //
-                         {101, 200, -51, 9, 18},        // edge: the fused delta, twice
-                         {101, 200, 51, -9, -18},       //
-                         {101, 200, 51, 0, 0},          //
-                         {101, 200, 51, 1023, 2046},    //
-                         {101, 200, 51, -1024, -2047},  // limited
-                     });
+    // Halves; 1.5; 2; a pixel alone is not above its own peak.
+    set({{reg_ee_dark_luma_thr, 100}, {reg_ee_bright_luma_thr, 200}, {reg_ee_line_thr, 1024}});
+    set({{reg_ee_dark_edge_thr, 512}, {reg_ee_dark_edge_strength, 1536}});
+    set({{reg_ee_bright_edge_thr, 512}, {reg_ee_bright_edge_strength, 2048}});
+    // 99 / 2 = 49.5, cut, is not below 49: flat. 1.5 times the fused delta, 73.5; beside an edge the input's.
+    expect(flat_det, {{255, 99, -7, 49, 73}, {255, 99, -7, -49, -73}, {255, 99, -7, 50, -10}});
+    expect(flat_det, {{255, 99, 0, -50, 0}, {255, 0, 2047, 1, 2047}, {255, 0, -2047, 1, -2047}});
+    expect(flat_det, {{255, 0, 2047, 0, 0}});                                // 0 is not below 0: flat
+    expect(flat_det, {{255, 100, 5, -33, -33}, {255, 199, 5, 2047, 2047}});  // neither dark nor bright
+    // 101 / 2 = 50.5, cut, is not below 50: the input's delta; beside an edge the fused one, twice.
+    expect(flat_det, {{101, 200, 50, 9, 50}, {101, 200, -50, 9, -50}, {101, 200, -51, 9, 18}});
+    expect(flat_det, {{101, 200, 51, -9, -18}, {101, 200, 51, 0, 0}, {101, 200, 51, -1024, -2047}});
     // (2^20 - 1)(2^20 - 2) has more than 32 bits, the lowest of which would be negative.
-    set({{reg_ee_dark_luma_thr, 1048575},
-         {reg_ee_dark_edge_thr, 1048575},
-         {reg_ee_dark_edge_strength, 1024}});
+    set({{reg_ee_dark_luma_thr, 1048575}, {reg_ee_dark_edge_thr, 1048575}});
+    set({{reg_ee_dark_edge_strength, 1024}});
     expect(flat_det, {{0, 1048574, 3, 5, 5}});
 }
 
 TEST_F(Worked, FlatDetectionAlongLines) {
     set({{reg_ee_line_length, 1}, {reg_ee_bright_edge_thr, 1048575}});  // no edges: without a line, 77
-    const struct {
-        int thr, strength, taps[3], want;
-    } rows[] = {
-        {1023, 512, {8, 8, 8}, 4},      // 24 > 1023 * 3 * 8 / 1024 = 23.98, cut to 23
-        {1024, 512, {8, 8, 8}, 77},     // 24
-        {1023, 300, {-8, -8, -8}, -2},  // -24 < -23; 2.3 cut
-        {1024, 300, {-8, -8, -8}, 77},  //
-        {800, 1024, {8, 3, 8}, 3},      // 19 > 800 * 3 * 8 / 1024 = 18.75, cut to 18
-        {800, 1024, {8, 2, 8}, 77},     // 18
-        {800, 1024, {-8, -2, -8}, 77},  //
-        {800, 1024, {-8, -3, -8}, -3},  //
-        {0, 1024, {9, 5, -14}, 77},     // 0 is not above 0
-        {0, 1024, {9, 0, 9}, 77},       // no delta, no line
-        {0, 4096, {1, 512, 1}, 2047},   // limited
-        {0, 4096, {-1, -512, -1}, -2047},
-    };
+    // Threshold, strength, three taps, the result. 1023 * 3 * 8 / 1024 = 23.98, cut to 23, is below 24, and
+    // -23 above -24; 1024ths make 24. 300 * 8 / 1024 = 2.3. 800 * 3 * 8 / 1024 = 18.75, cut to 18. Sums of 0
+    // are not above 0; without a delta there is no line; 4096 * 512 is limited.
+    const int rows[][6] = {
+        {1023, 512, 8, 8, 8, 4},     {1024, 512, 8, 8, 8, 77},    {1023, 300, -8, -8, -8, -2},
+        {1024, 300, -8, -8, -8, 77}, {800, 1024, 8, 3, 8, 3},     {800, 1024, 8, 2, 8, 77},
+        {800, 1024, -8, -2, -8, 77}, {800, 1024, -8, -3, -8, -3}, {0, 1024, 9, 5, -14, 77},
+        {0, 1024, 9, 0, 9, 77},      {0, 4096, 1, 512, 1, 2047},  {0, 4096, -1, -512, -1, -2047}};
     for (const auto& row : rows)
         for (const bool column : {false, true}) {
             // The other direction goes against it: no line.
-            const int against = row.taps[1] < 0 ? 2000 : -2000;
+            const int against = row[3] < 0 ? 2000 : -2000;
             Picture fused(3), out(3);
             for (uint32_t k = 0; k < 3; ++k) fused.with(1, k, against).with(k, 1, against);
-            for (uint32_t k = 0; k < 3; ++k) fused.with(column ? 1 : k, column ? k : 1, row.taps[k]);
-            set({{reg_ee_line_thr, row.thr}, {reg_ee_line_strength, row.strength}});
+            for (uint32_t k = 0; k < 3; ++k) fused.with(column ? 1 : k, column ? k : 1, row[2 + k]);
+            set({{reg_ee_line_thr, row[0]}, {reg_ee_line_strength, row[1]}});
             flat_det(Picture(3, 255), Picture(3, 255), Picture(3, 77), fused, out);
-            EXPECT_EQ(out.centre(), row.want) << row.taps[1] << (column ? " down" : " across");
+            EXPECT_EQ(out.centre(), row[5]) << row[3] << (column ? " down" : " across");
         }
 }
 
 TEST_F(Worked, FlatDetectionInWindows) {
     set({{reg_ee_dark_edge_thr, 1024}, {reg_ee_bright_edge_thr, 1024}, {reg_ee_line_thr, 1024}});
-    const Picture luma(5, 10), even(5, 10), more = std::move(Picture(5, -10).with(0, 4, -11)), none(5),
-                                            three(5, 3);
+    const Picture luma(5, 10), more = std::move(Picture(5, -10).with(0, 4, -11)), none(5), three(5, 3);
     Picture out(5);
     for (const auto& [radius, is_edge] : {std::pair{1, false}, {2, true}}) {  // 251 > 250, with the corner
         // A dark edge is one of the fused pair and takes the input's delta.
-        set({{reg_ee_dark_luma_thr, 11},
-             {reg_ee_dark_edge_region, radius},
-             {reg_ee_dark_edge_strength, 1024}});
+        set({{reg_ee_dark_luma_thr, 11}, {reg_ee_dark_edge_region, radius}});
+        set({{reg_ee_dark_edge_strength, 1024}});
         flat_det(none, luma, three, more, out);
         EXPECT_EQ(out.centre(), is_edge ? 3 : -10);
         // A bright one is of the input's pair and takes the fused delta.
@@ -213,8 +184,7 @@ TEST_F(Worked, FlatDetectionInWindows) {
         flat_det(luma, none, more, three, out);
         EXPECT_EQ(out.centre(), is_edge ? 3 : -10);
     }
-    // Beyond the corner the picture goes on as before it, so its neighbour (1, 1) counts four times: 20 > 9
-    // * 2.
+    // Beyond the corner the picture goes on as before it, so (1, 1) counts four times: 20 > 18.
     set({{reg_ee_dark_luma_thr, 11}, {reg_ee_dark_edge_region, 1}});
     Picture small(3);
     flat_det(none, Picture(3, 2), Picture(3, 3), Picture(3).with(1, 1, 5), small);
@@ -253,13 +223,9 @@ TEST_F(Worked, CoringLevel) {
     set({{reg_ee_luma_coring_en, 1}});
     set_from(reg_ee_luma_coring_lut_in_0, {16, 32, 48, 64, 0, 40, 40, 8, 40, 0, -31});
     set_from(reg_ee_motion_coring_lut_in_0, {0, 100, 200, 255, 0, 100, 200, 255, 16, 16, 16});  // brightness
-    const std::vector<Row> by_luma = {
-        {16, 49, 0, 0}, {17, 49, 0, 2},   {32, 0, 0, 40},
-        {48, 0, 0, 40}, {49, 17, 0, 38},                   // -31 / 16 down: -2
-        {64, 0, 0, 9},                                     // -31: short of the knot
-        {65, 0, 0, 8},  {17, 9, 255, 17}, {17, 9, 64, 9},  // (2 + 17) / 2
-    };
-    expect(EE_CalcCore, by_luma);
+    expect(EE_CalcCore, {{16, 49, 0, 0}, {17, 49, 0, 2}, {32, 0, 0, 40}, {48, 0, 0, 40}, {65, 0, 0, 8}});
+    expect(EE_CalcCore, {{49, 17, 0, 38}, {64, 0, 0, 9}});    // -31 / 16, down; -31: short of the knot
+    expect(EE_CalcCore, {{17, 9, 255, 17}, {17, 9, 64, 9}});  // (2 + 17) / 2
     set({{reg_ee_lumaref_lpf_en, 1}});
     expect(EE_CalcCore, {{17, 49, 0, 38}, {49, 17, 255, 17}});
     set({{reg_ee_enable, 0}});
@@ -271,16 +237,9 @@ TEST_F(Worked, CoringLevel) {
 
 TEST_F(Worked, Coring) {
     set({{reg_ee_mf_core_gain, 128}, {reg_mf_blend_wgt, 128}, {reg_hf_blend_wgt, 128}});
-    expect(EE_Coring, {{10, 0, 10, 0},       // MF, HF, level
-                       {9, -9, 10, 0},       // no other sign
-                       {11, 0, 10, 0},       // 1/2
-                       {12, 0, 10, 1},       //
-                       {-12, 0, 10, -1},     //
-                       {-13, 0, 10, -1},     // -1.5
-                       {0, 12, 10, 1},       //
-                       {0, -13, 10, -1},     //
-                       {12, -12, 10, 0},     //
-                       {12, -14, 10, -1}});  // (2 - 4) / 2
+    expect(EE_Coring, {{10, 0, 10, 0}, {9, -9, 10, 0}, {11, 0, 10, 0}, {12, 0, 10, 1}, {-12, 0, 10, -1}});
+    expect(EE_Coring, {{-13, 0, 10, -1}, {0, 12, 10, 1}, {0, -13, 10, -1}});  // -3 / 2, towards 0
+    expect(EE_Coring, {{12, -12, 10, 0}, {12, -14, 10, -1}});                 // (2 - 4) / 2
     set({{reg_ee_mf_core_gain, 77}});
     expect(EE_Coring, {{8, 0, 10, 1}, {7, 0, 10, 0}, {0, 8, 10, 0}});  // 10 * 77 / 128 = 6.02
     set({{reg_ee_mf_core_gain, 0}, {reg_mf_blend_wgt, 255}, {reg_hf_blend_wgt, 1}});
@@ -313,13 +272,10 @@ TEST_F(Worked, GainsByRangeAndBrightness) {
     expect(EE_CalcDeltaGain, {{0, 64}, {255, 64}});
     expect(EE_LumaAdptGainCal, {{0, 8, 64}});
     set({{reg_ee_delta_adptctrl_en, 1}, {reg_ee_luma_adptctrl_en, 1}});
-    const std::vector<Row> rows = {
-        {0, 60},  {1, 63},                 // (15 * 7 + 20 + 1) / 2
-        {4, 70},  {8, 80},                 // (15 + 20) * 2 + 1/2
-        {9, 72},                           // (20 * 7 + 3 + 1) / 2
-        {15, 21},                          // (20 + 3 * 7 + 1) / 2
-        {16, 12}, {248, 252}, {255, 242},  // (63 + 60 * 7 + 1) / 2
-    };
+    // (15 * 7 + 20 + 1) / 2; (15 + 20) * 2 + 1/2; (20 * 7 + 3 + 1) / 2; (20 + 3 * 7 + 1) / 2; (63 + 60 * 7 +
+    // 1) / 2
+    const std::vector<Row> rows = {{0, 60},  {1, 63},  {4, 70},    {8, 80},   {9, 72},
+                                   {15, 21}, {16, 12}, {248, 252}, {255, 242}};
     expect(EE_CalcDeltaGain, rows);
     std::vector<Row> by_luma, by_reference;
     for (const Row& row : rows)
@@ -332,24 +288,13 @@ TEST_F(Worked, GainsByRangeAndBrightness) {
 }
 
 TEST_F(Worked, HueAndLength) {
-    const int rows[][4] = {
-        {0, 0, 0, 0},
-        {1, 0, 0, 1},
-        {0, 1, 64, 1},
-        {-1, 0, 128, 1},
-        {0, -128, 192, 127},
-        {10, 10, 34, 14},  // (71 + 108) * 10 / 128 = 14.5, cut
-        {-10, 10, 98, 14},
-        {-10, -10, 162, 14},
-        {10, -10, 226, 14},
-        {50, 20, 16, 53},
-        {100, 1, 1, 99},
-        {1, 100, 64, 99},
-        {128, 128, 33, 179},
-        {-128, -128, 161, 179},
-        // From (15, 100): angles 64, 96, 112, 120, 116, 114, 115 of 512ths, so 58 after 192.
-        {100, -15, 250, 102},
-    };
+    // (71 + 108) * 10 / 128 = 14.5, cut. (100, -15) turns (15, 100): by 64, 96, 112, 120, 116, 114 and 115
+    // 512ths, so 58 after 192.
+    const int rows[][4] = {{0, 0, 0, 0},        {1, 0, 0, 1},           {0, 1, 64, 1},
+                           {-1, 0, 128, 1},     {0, -128, 192, 127},    {10, 10, 34, 14},
+                           {-10, 10, 98, 14},   {-10, -10, 162, 14},    {10, -10, 226, 14},
+                           {50, 20, 16, 53},    {100, 1, 1, 99},        {1, 100, 64, 99},
+                           {128, 128, 33, 179}, {-128, -128, 161, 179}, {100, -15, 250, 102}};
     for (const auto& row : rows) {
         EXPECT_EQ(CalcHue_Cordic(row[0], row[1]), row[2]) << row[0] << ", " << row[1];
         EXPECT_EQ(CalcSQRT(row[0], row[1]), row[3]) << row[0] << ", " << row[1];
@@ -375,14 +320,12 @@ TEST_F(Worked, ChromaGain) {
     set_from(reg_ee_chroma_amp_lut_in_0, {0, 50, 100, 255, 0, 0, 128, 128, 0, 41, 0});
     expect(chroma_gain, {{255, 128, 0, 0, 64}});
     set({{reg_ee_chroma_adptctrl_en, 1}});
-    expect(chroma_gain, {{128, 128, 0, 0, 64},
-                         {178, 128, 0, 0, 64},   // length 50: no weight yet
-                         {179, 128, 0, 0, 65},   // 51: 41 / 16 = 2; (126 * 64 + 2 * 128) / 128
-                         {228, 128, 0, 0, 126},  // 99: 41 * 49 / 16 = 125; (3 * 64 + 125 * 128) / 128 = 126.5
-                         {255, 128, 0, 0, 128},  // 126: whole, hue 0
-                         {128, 255, 0, 0, 32},   // hue 64
-                         {0, 128, 0, 0, 20},     // 128
-                         {228, 113, 0, 0, 35}});  // 250: (32 * 2 + 1 * 6 + 1) / 2; the 33rd entry is not read
+    expect(chroma_gain, {{128, 128, 0, 0, 64}, {178, 128, 0, 0, 64}});  // length 50: no weight yet
+    expect(chroma_gain, {{179, 128, 0, 0, 65}});   // 51: 41 / 16 = 2; (126 * 64 + 2 * 128) / 128
+    expect(chroma_gain, {{228, 128, 0, 0, 126}});  // 99: 41 * 49 / 16 = 125; (3 * 64 + 125 * 128) / 128
+    // Hues 0, 64, 128.
+    expect(chroma_gain, {{255, 128, 0, 0, 128}, {128, 255, 0, 0, 32}, {0, 128, 0, 0, 20}});
+    expect(chroma_gain, {{228, 113, 0, 0, 35}});  // 250: (32 * 2 + 1 * 6 + 1) / 2; the 33rd entry is not read
     set({{reg_ee_chromaref_lpf_en, 1}});
     expect(chroma_gain, {{255, 128, 128, 255, 32}});
     set({{reg_ee_enable, 0}});
@@ -398,15 +341,8 @@ TEST_F(Worked, ChromaGain) {
 
 TEST_F(Worked, MotionGain) {
     set_from(reg_ee_motion_lut_in_0, {10, 20, 30, 40, 100, 60, 60, 129, -65, 0, 110});
-    expect(EE_MotionGain, {{0, 100},
-                           {10, 100},
-                           {11, 95},  // -65 / 16, down
-                           {20, 60},  // -40.6 is beyond the knot
-                           {30, 60},
-                           {31, 66},
-                           {40, 128},  // 60 + 68.75: short of the knot
-                           {41, 129},
-                           {255, 129}});
+    expect(EE_MotionGain, {{0, 100}, {10, 100}, {11, 95}, {20, 60}});  // -4.1, down; -40.6 is beyond the knot
+    expect(EE_MotionGain, {{30, 60}, {31, 66}, {40, 128}, {41, 129}, {255, 129}});  // 68.75: short of it
     set({{reg_ee_enable, 0}});
     expect(EE_MotionGain, {{255, 100}});
 }
@@ -414,27 +350,18 @@ TEST_F(Worked, MotionGain) {
 TEST_F(Worked, TotalGain) {
     expect(EE_TotalGain, {{252, 252, 252, 255, 0}});
     set({{reg_ee_total_gain, 32}});
-    expect(EE_TotalGain, {{64, 64, 64, 128, 256},    // delta, luma, chroma, motion
-                          {64, 64, 64, 1, 0},        // 32 / 64
-                          {64, 64, 64, 3, 4},        // 96 / 64 = 1, then 64 * 64 / 1024
-                          {64, 63, 65, 128, 252},    // 4095 / 64 = 63
-                          {64, 64, -64, 128, -256},  // nothing limits it downwards
-                          {15, 64, -1, 128, -1}});   // 64 * -1 * 15 / 1024, down
-    set({{reg_ee_total_gain, 130}});                 // 130 * 128 / 64 = 260
+    expect(EE_TotalGain, {{64, 64, 64, 128, 256}, {64, 64, 64, 1, 0}});  // delta, luma, chroma, motion; 1/2
+    expect(EE_TotalGain, {{64, 64, 64, 3, 4}, {64, 63, 65, 128, 252}});  // 96 / 64 = 1; 4095 / 64 = 63
+    expect(EE_TotalGain, {{64, 64, -64, 128, -256}, {15, 64, -1, 128, -1}});  // no lower limit; -0.9, down
+    set({{reg_ee_total_gain, 130}});                                          // 130 * 128 / 64 = 260
     expect(EE_TotalGain, {{251, 64, 64, 128, 4078}, {252, 64, 64, 128, 4095}, {253, 64, 64, 128, 4095}});
     set({{reg_ee_total_gain, 255}});
     expect(EE_TotalGain, {{252, 252, 252, 255, 4095}});
 }
 
 TEST_F(Worked, TotalDelta) {
-    expect(EE_TotalDelta, {{1, 255, 0},
-                           {-1, 255, 0},
-                           {-1, 256, -1},
-                           {-3, 171, -2},  // 513 / 256
-                           {0, 4095, 0},
-                           {2047, 256, 2047},
-                           {2047, 257, 2047},
-                           {-2047, 4095, -2047}});
+    expect(EE_TotalDelta, {{1, 255, 0}, {-1, 255, 0}, {-1, 256, -1}, {-3, 171, -2}});  // 513 / 256
+    expect(EE_TotalDelta, {{2047, 256, 2047}, {2047, 257, 2047}, {-2047, 4095, -2047}, {0, 4095, 0}});
 }
 
 // Delta in eighths, luma, local maximum and minimum; out in codes.
@@ -458,32 +385,23 @@ TEST_F(Worked, Shoot) {
     expect(EE_IOShootPro, {{5, 200, 100, 200, -90}});  // lo = -80 is above hi = -800 + 80, which wins
     set({{reg_ee_shtctrl_oshtgain, 16}, {reg_ee_shtctrl_ushtgain, 16}});
     const std::vector<Row> whole = {
-        {80, 118, 120, 80, 10},      // 16 + 64 + 4
-        {91, 118, 120, 80, 11},      // 16 + 75 + 4 = 95
-        {92, 118, 120, 80, 12},      //
-        {100, 118, 120, 80, 12},     // 104 is cut to 16 + 80
-        {-80, 82, 120, 80, -10},     //
-        {-91, 82, 120, 80, -11},     //
-        {-92, 82, 120, 80, -12},     //
-        {-100, 82, 120, 80, -12},    //
-        {2047, 0, 255, 0, 255},      // 2040 + 7 + 4 is cut to 2047
-        {-2047, 255, 255, 0, -256},  // and to -2048
+        // 16 + 64 + 4; 95; 96; 104 is cut to 16 + 80; 2040 + 7 + 4 is cut to 2047, or to -2048
+        {80, 118, 120, 80, 10},     {91, 118, 120, 80, 11},   {92, 118, 120, 80, 12},
+        {100, 118, 120, 80, 12},    {-80, 82, 120, 80, -10},  {-91, 82, 120, 80, -11},
+        {-92, 82, 120, 80, -12},    {-100, 82, 120, 80, -12}, {2047, 0, 255, 0, 255},
+        {-2047, 255, 255, 0, -256},
     };
     expect(EE_IOShootPro, whole);
     expect(EE_IOShoot, whole);
     set({{reg_ee_shtctrl_oshtgain, 1}, {reg_ee_shtctrl_ushtgain, 1}});
-    expect(EE_IOShootPro, {{199, 118, 120, 80, 3},   // 16 + (183 + 8) / 16 + 4 = 31
-                           {200, 118, 120, 80, 4},   // 16 + (184 + 8) / 16 + 4 = 32
-                           {-199, 82, 120, 80, -3},  //
-                           {-200, 82, 120, 80, -4}});
-    expect(EE_IOShoot, {{207, 118, 120, 80, 3},     // 16 + 191 / 16 + 4 = 31
-                        {208, 118, 120, 80, 4},     //
-                        {-192, 82, 120, 80, -3},    // -16 - 176 / 16 - 4 = -31
-                        {-193, 82, 120, 80, -4}});  // -177 / 16 = -11.1, down
+    // 16 + (183 + 8) / 16 + 4 = 31, then 32, either sign; classic: 191 / 16; -177 / 16 down.
+    expect(EE_IOShootPro, {{199, 118, 120, 80, 3}, {200, 118, 120, 80, 4}});
+    expect(EE_IOShootPro, {{-199, 82, 120, 80, -3}, {-200, 82, 120, 80, -4}});
+    expect(EE_IOShoot, {{207, 118, 120, 80, 3}, {208, 118, 120, 80, 4}});
+    expect(EE_IOShoot, {{-192, 82, 120, 80, -3}, {-193, 82, 120, 80, -4}});
     set({{reg_ee_shoot_mode, 1}});
-    expect(EE_IOShootPro, {{12, 100, 120, 80, 3},      // 12 + 4 + 12
-                           {-12, 100, 120, 80, -3},    //
-                           {100, 118, 120, 80, 12}});  // 16 + 5 + 4 + 100 is cut to 96
+    expect(EE_IOShootPro, {{12, 100, 120, 80, 3}, {-12, 100, 120, 80, -3}});  // 12 + 4 + 12
+    expect(EE_IOShootPro, {{100, 118, 120, 80, 12}});                         // 16 + 5 + 4 + 100 is cut to 96
     expect(EE_IOShoot, {{12, 100, 120, 80, 2}});
     set({{reg_ee_enable, 0}});
     expect(EE_IOShootPro, {{100, 100, 120, 80, 0}});
