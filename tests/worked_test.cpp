@@ -240,7 +240,9 @@ TEST_F(Worked, Coring) {
     expect(EE_Coring, {{10, 0, 10, 0}, {9, -9, 10, 0}, {11, 0, 10, 0}, {12, 0, 10, 1}, {-12, 0, 10, -1}});
     expect(EE_Coring, {{-13, 0, 10, -1}, {0, 12, 10, 1}, {0, -13, 10, -1}});  // -3 / 2, towards 0
     expect(EE_Coring, {{12, -12, 10, 0}, {12, -14, 10, -1}});                 // (2 - 4) / 2
-    set({{reg_ee_mf_core_gain, 77}});
+    set({{reg_mf_blend_wgt, 200}, {reg_hf_blend_wgt, 100}});                  // 1000 - 300, 300, 200
+    expect(EE_Coring, {{5, -3, 0, 2}, {-5, 3, 0, -2}, {1, 1, 0, 1}, {-1, -1, 0, -1}, {1, 0, 0, 0}});
+    set({{reg_ee_mf_core_gain, 77}, {reg_mf_blend_wgt, 128}, {reg_hf_blend_wgt, 128}});
     expect(EE_Coring, {{8, 0, 10, 1}, {7, 0, 10, 0}, {0, 8, 10, 0}});  // 10 * 77 / 128 = 6.02
     set({{reg_ee_mf_core_gain, 0}, {reg_mf_blend_wgt, 255}, {reg_hf_blend_wgt, 1}});
     expect(EE_Coring, {{2047, 2047, 0, 2047}, {2047, 2047, 256, 2046}});  // (2047 * 255 + 1791) / 256
@@ -343,7 +345,7 @@ TEST_F(Worked, MotionGain) {
     set_from(reg_ee_motion_lut_in_0, {10, 20, 30, 40, 100, 60, 60, 129, -65, 0, 110});
     expect(EE_MotionGain, {{0, 100}, {10, 100}, {11, 95}, {20, 60}});  // -4.1, down; -40.6 is beyond the knot
     expect(EE_MotionGain, {{30, 60}, {31, 66}, {40, 128}, {41, 129}, {255, 129}});  // 68.75: short of it
-    set({{reg_ee_enable, 0}});
+    set({{reg_ee_enable, 0}, {reg_ee_motion_lut_in_0, 0}});
     expect(EE_MotionGain, {{255, 100}});
 }
 
