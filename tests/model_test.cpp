@@ -24,10 +24,6 @@ extern "C" bool fail_allocations(unsigned long number, bool and_what_follows);
 
 namespace {
 
-I from_environment(const char* name, I otherwise) {
-    const char* const text = std::getenv(name);
-    return text != nullptr ? std::atoll(text) : otherwise;
-}
 const I kSeed = from_environment("CMODEL_TEST_SEED", 20250611);
 const I kCases = from_environment("CMODEL_TEST_CASES", 500);
 

@@ -39,6 +39,7 @@ HEADER_ROUNDS = 3  # a header gives a mutant in every third round over the files
 
 # What is likely to notice a change, by file; the first pattern that fits. (program, cases)
 SHORT, MEDIUM, POINTS = ("program_test", 60), ("program_test", 200), ("exhaustive_test", 0)
+WORKED = ("worked_test", 0)
 FIRST_TESTS = [
     ("cmodel/log/*", [("log_test", 0), SHORT]),
     ("*.inc", [("ee_reg_test", 0), SHORT]),
@@ -48,6 +49,7 @@ FIRST_TESTS = [
     ("*/chroma_resample.cpp", [("frame_test", 0)]),
     ("*/side_files.cpp", [("frame_test", 0)]),
     ("cmodel/common/*.cpp", [("frame_test", 0), SHORT]),
+    ("*ee_*.cpp", [WORKED, SHORT, MEDIUM, POINTS]),  # pre_ee_ too
     ("*", [SHORT, MEDIUM, POINTS]),
 ]
 

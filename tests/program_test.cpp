@@ -161,11 +161,6 @@ void draw_case(Random& r, Scratch& s, I n) {
     while (n % 50 == 7 && s.args[6].size() < 1005) s.args[6] += "/.";  // image paths are cut at 1023
 }
 
-I from_environment(const char* name, I otherwise) {
-    const char* const value = std::getenv(name);
-    return value ? std::atoll(value) : otherwise;
-}
-
 const I kSeed = from_environment("CMODEL_TEST_SEED", 20240917);
 const I kCases = from_environment("CMODEL_TEST_CASES", 1000);
 

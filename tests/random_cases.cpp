@@ -13,6 +13,11 @@
 
 namespace fs = std::filesystem;
 
+I from_environment(const char* name, I otherwise) {
+    const char* const value = std::getenv(name);
+    return value != nullptr ? std::atoll(value) : otherwise;
+}
+
 std::vector<I> draw_picture(Random& r, int width, int height) {
     std::vector<I> v(static_cast<size_t>(width) * height);
     const I style = r.below(8), a = r.below(65536), b = r.below(65536), at = r.below(width + height);

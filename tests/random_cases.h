@@ -28,6 +28,9 @@ struct Random {
     }
 };
 
+// A number that the environment may set.
+I from_environment(const char* name, I otherwise);
+
 // A picture of values 0..65535 that the planes of one case are made from.
 std::vector<I> draw_picture(Random& r, int width, int height);
 

@@ -13,11 +13,6 @@ namespace {
 
 using Row = std::vector<int32_t>;
 
-I from_environment(const char* name, I otherwise) {
-    const char* const value = std::getenv(name);
-    return value ? std::atoll(value) : otherwise;
-}
-
 struct Model {
     cmodel* m = nullptr;
     explicit Model(const char* pipeline) { cmodel_new(pipeline, &m); }

@@ -216,8 +216,7 @@ class Stages : public FileTest {
 
 TEST_F(Stages, AreThePlainModelsAndAChangeIsFoundInItsPlace) {
     log_set_quiet(true);
-    const char* const asked = std::getenv("CMODEL_TEST_CASES");
-    for (int n = 0; n < (asked != nullptr ? std::atoi(asked) : 500) && !HasFailure(); ++n) {
+    for (I n = 0; n < from_environment("CMODEL_TEST_CASES", 500) && !HasFailure(); ++n) {
         SCOPED_TRACE("case " + std::to_string(n));
         std::mt19937_64 generator(static_cast<uint64_t>(n));
         Random r{[&] { return generator(); }};
