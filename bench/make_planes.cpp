@@ -4,7 +4,7 @@
 //
 // The photograph (8-bit P6 of any size) is scaled to cover the frame and cut at the centre; without one the
 // sector star with noise serves. Written: y, cb, cr (4:2:2), ynr (low-passed luma), mmap (what changes when
-// the picture moves by a few pixels), yfus, and rgb.ppm.
+// the picture moves by a few pixels), yfus, yfus12, and rgb.ppm.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -105,6 +105,13 @@ int main(int argc, char** argv) {
     write(dir, "ynr.pgm", *lowpass);
     write(dir, "mmap.pgm", *motion);
     write(dir, "yfus.pgm", *lowpass);
+    // The same in 12 bits, the low ones from luma.
+    const Frame deep = new_frame(CM_FORMAT_SINGLE, width, height, 1);
+    deep->depth = 12;
+    for (size_t i = 0; i < size_t{width} * height; ++i) {
+        deep->data[i] = lowpass->data[3 * i] * 16 + luma->data[i] % 16;
+    }
+    write(dir, "yfus12.pgm", *deep);
     CM_WritePPM((dir + "/rgb.ppm").c_str(), rgb.get());
     return 0;
 }

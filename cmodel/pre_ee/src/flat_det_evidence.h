@@ -15,16 +15,20 @@ inline constexpr int kFlatReach = 3;  // rows and columns that windows and runs 
 // Rows around the current one, [kFlatReach], each with kFlatReach samples on both sides.
 using Rows32 = const int32_t* const*;
 
-// Sum of magnitudes over the (2r+1)x(2r+1) window around each pixel of a tile.
+// Sum of magnitudes over the (2r+1)x(2r+1) window around each pixel of a tile: down each column, then across.
 CM_INLINE void sum_window(Rows32 rows, int64_t x0, int radius, int64_t* __restrict sum, int tile) {
-    std::fill_n(sum, tile, 0);
+    int64_t column[kTile + 2 * kFlatReach] = {};
     for (int dy = -radius; dy <= radius; ++dy) {
-        for (int dx = -radius; dx <= radius; ++dx) {
-            const int32_t* const row = rows[kFlatReach + dy] + x0 + dx;
-            for (int x = 0; x < tile; ++x) {
-                const int64_t v = row[x];
-                sum[x] += v < 0 ? -v : v;
-            }
+        const int32_t* const row = rows[kFlatReach + dy] + x0 - radius;
+        for (int i = 0; i < tile + 2 * radius; ++i) {
+            const int64_t v = row[i];
+            column[i] += v < 0 ? -v : v;
+        }
+    }
+    std::fill_n(sum, tile, 0);
+    for (int dx = 0; dx <= 2 * radius; ++dx) {
+        for (int x = 0; x < tile; ++x) {
+            sum[x] += column[x + dx];
         }
     }
 }

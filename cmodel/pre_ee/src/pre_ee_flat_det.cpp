@@ -98,9 +98,10 @@ CM_ROW_FUNCTION(flat_det_row, (const BlockRows<int32_t>& rows, const FlatDet& c)
             sum_window(delta_in, x0, c.bright_radius, bright_energy, tile);
             for (int i = 0; i < tile; ++i) {
                 const int64_t x = x0 + i;
+                const bool is_bright = rows.in[1][x] >= c.dark_luma_thr && rows.in[1][x] >= c.bright_luma_thr;
                 const Decision d = decide(rows.in[1][x], delta_in[kFlatReach][x], delta_fusion[kFlatReach][x],
                                           passes(c.dark_edge_thr, dark_luma[i], dark_energy[i]),
-                                          is_on_line(delta_fusion, x, c.line_half, line_thr),
+                                          is_bright && is_on_line(delta_fusion, x, c.line_half, line_thr),
                                           passes(c.bright_edge_thr, bright_luma[i], bright_energy[i]), c);
                 rows.out[2 * band][x] = d.delta;
                 if (rows.out[2 * band + 1] != nullptr) {
