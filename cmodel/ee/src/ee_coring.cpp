@@ -41,8 +41,9 @@ CM_INLINE int32_t core_sample(int32_t delta, int32_t level) {
 CM_ROW_FUNCTION(coring_row, (const BlockRows<int32_t>& rows, const Coring& c), (rows, c)) {
     const int32_t *const mf = rows.in[0], *const hf = rows.in[1], *const level = rows.in[2];
     int32_t* __restrict const out = rows.out[0];
+    const int width = rows.width;
     const Coring k = c;
-    for (int x = 0; x < rows.width; ++x) {
+    for (int x = 0; x < width; ++x) {
         const Wrap a = core_sample(mf[x], (Wrap(level[x]) * k.mf_core_gain_q7) >> 7);
         const Wrap b = core_sample(hf[x], level[x]);
         out[x] = shift_magnitude(a * k.mf_wgt_q8 + b * k.hf_wgt_q8, 8, kDeltaMax);

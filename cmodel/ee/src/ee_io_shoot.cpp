@@ -87,8 +87,9 @@ CM_INLINE void shoot_tile(const BlockRows<T>& rows, const IOShoot<kKind>& shared
     const T *const delta = rows.in[0], *const luma = rows.in[1], *const max = rows.in[2],
                    *const min = rows.in[3];
     T* __restrict const out = rows.out[0];
+    const int width = rows.width;
     const IOShoot<kKind> c = shared;
-    for (int x = 0; x < rows.width; ++x) {
+    for (int x = 0; x < width; ++x) {
         out[x] = static_cast<T>(limit_delta(delta[x], luma[x], max[x], min[x], c));
     }
 }

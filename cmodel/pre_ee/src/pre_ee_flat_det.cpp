@@ -84,28 +84,34 @@ CM_INLINE Decision decide(int32_t luma, int32_t delta_in, int32_t delta_fusion, 
                        : Decision{delta_in, kBrightFlat};
 }
 
-CM_ROW_FUNCTION(flat_det_row, (const BlockRows<int32_t>& rows, const FlatDet& c), (rows, c)) {
+CM_ROW_FUNCTION(flat_det_row, (const BlockRows<int32_t>& rows, const FlatDet& shared), (rows, shared)) {
+    const FlatDet c = shared;
     const int64_t line_thr = int64_t{c.line_thr} * (2 * c.line_half + 1);
     int64_t dark_luma[kTile], bright_luma[kTile], dark_energy[kTile], bright_energy[kTile];
     for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
         const int tile = tile_at(x0, rows.width);
+        const int32_t* const luma = rows.in[1] + x0;
         sum_window(rows.window[1], x0, c.dark_radius, dark_luma, tile);
         sum_window(rows.window[0], x0, c.bright_radius, bright_luma, tile);
         for (int band = 0; band < 2 && rows.out[2 * band] != nullptr; ++band) {
             const Rows32 delta_in = rows.window[2 + 2 * band];
             const Rows32 delta_fusion = rows.window[3 + 2 * band];
+            const int32_t* const in = delta_in[kFlatReach] + x0;
+            const int32_t* const fusion = delta_fusion[kFlatReach] + x0;
+            int32_t* const out = rows.out[2 * band] + x0;
+            int32_t* const texture =
+                rows.out[2 * band + 1] != nullptr ? rows.out[2 * band + 1] + x0 : nullptr;
             sum_window(delta_fusion, x0, c.dark_radius, dark_energy, tile);
             sum_window(delta_in, x0, c.bright_radius, bright_energy, tile);
             for (int i = 0; i < tile; ++i) {
-                const int64_t x = x0 + i;
-                const bool is_bright = rows.in[1][x] >= c.dark_luma_thr && rows.in[1][x] >= c.bright_luma_thr;
-                const Decision d = decide(rows.in[1][x], delta_in[kFlatReach][x], delta_fusion[kFlatReach][x],
-                                          passes(c.dark_edge_thr, dark_luma[i], dark_energy[i]),
-                                          is_bright && is_on_line(delta_fusion, x, c.line_half, line_thr),
-                                          passes(c.bright_edge_thr, bright_luma[i], bright_energy[i]), c);
-                rows.out[2 * band][x] = d.delta;
-                if (rows.out[2 * band + 1] != nullptr) {
-                    rows.out[2 * band + 1][x] = d.texture;
+                const bool is_bright = luma[i] >= c.dark_luma_thr && luma[i] >= c.bright_luma_thr;
+                const Decision d =
+                    decide(luma[i], in[i], fusion[i], passes(c.dark_edge_thr, dark_luma[i], dark_energy[i]),
+                           is_bright && is_on_line(delta_fusion, x0 + i, c.line_half, line_thr),
+                           passes(c.bright_edge_thr, bright_luma[i], bright_energy[i]), c);
+                out[i] = d.delta;
+                if (texture != nullptr) {
+                    texture[i] = d.texture;
                 }
             }
         }
