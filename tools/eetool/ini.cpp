@@ -5,6 +5,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -157,14 +158,16 @@ class WorkFile {
     explicit WorkFile(const std::string& target)
         : target_(follow_links(target)),
           path_(std::filesystem::path(target_).replace_filename(".eetool.XXXXXX")),
-          fd_(mkstemp(path_.data())),
           dump_path_(path_ + ".temp"),
-          is_ours_(fd_ >= 0) {}
+          fd_(mkstemp(path_.data())),
+          is_ours_(fd_ >= 0) {
+        std::copy(path_.begin(), path_.end(), dump_path_.begin());
+        at_work = this;
+        std::atexit(remove_left_behind);
+    }
     ~WorkFile() {
-        if (is_ours_) {
-            unlink(path_.c_str());
-            unlink(dump_path_.c_str());
-        }
+        at_work = nullptr;
+        remove();
     }
     WorkFile(const WorkFile&) = delete;
     WorkFile& operator=(const WorkFile&) = delete;
@@ -214,6 +217,21 @@ class WorkFile {
     }
 
   private:
+    void remove() const {
+        if (is_ours_) {
+            unlink(path_.c_str());
+            unlink(dump_path_.c_str());
+        }
+    }
+
+    // What lacks memory ends the program from anywhere.
+    static inline const WorkFile* at_work = nullptr;
+    static void remove_left_behind() {
+        if (at_work != nullptr) {
+            at_work->remove();
+        }
+    }
+
     // The room is there before the first byte is written.
     bool overwrite(int old, off_t old_size, const std::string& text) {
         const off_t size = static_cast<off_t>(text.size());
@@ -235,9 +253,9 @@ class WorkFile {
 
     const std::string target_;
     std::string path_;
+    std::string dump_path_;  // is left over where a dump fails; the file comes after what needs memory
     const Descriptor fd_;
-    const std::string dump_path_;  // is left over where a dump fails
-    bool is_ours_;                 // the name still is, and goes with this
+    bool is_ours_;  // the name still is, and goes with this
 };
 
 // What a file gives to a run.
