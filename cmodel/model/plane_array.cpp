@@ -53,6 +53,7 @@ template <typename T>
 CM_INLINE void load_sample(const uint8_t* src, typename T::Row* dst) {
     typename T::Sample v;
     std::memcpy(&v, src, sizeof v);
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse): signed samples are numbers
     *dst = static_cast<typename T::Row>(v);
 }
 

@@ -5,11 +5,14 @@
 #include <iterator>
 
 #if defined(__x86_64__) && defined(__GNUC__)
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // g++ 12 complains of its own header
+#endif
 #include <immintrin.h>
 #endif
 
 #include "common.h"
+#include "ee_blocks.h"
 #include "fixed_point.h"
 #include "row_targets.h"
 
@@ -112,7 +115,7 @@ void CurveTable::finish() {
 
 bool curve_exceeds_unit(const Registers& r, int first_slot) {
     for (int k = 0; k < kKnots; ++k) {
-        if (r[first_slot + kCurveOut + k] > 128) {
+        if (r[first_slot + kCurveOut + k] > kUnitWeight) {
             return true;
         }
     }
