@@ -11,15 +11,12 @@
 #include <memory>
 #include <string>
 
-#include "common.h"
 #include "ee_hw.h"
+#include "owned_frame.h"
 
 namespace {
 
-struct DeleteFrame {
-    void operator()(FRAME* frame) const { CM_DelFRAME(frame); }
-};
-using Frame = std::unique_ptr<FRAME, DeleteFrame>;
+using Frame = cm::OwnedFrame;
 
 Frame new_frame(uint32_t format, uint32_t width, uint32_t height, uint32_t channels) {
     return Frame(CM_NewFRAME(2, format, width, height, channels, 8));

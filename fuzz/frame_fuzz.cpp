@@ -6,11 +6,11 @@
 #include <cstring>
 #include <memory>
 
-#include "common.h"
 #include "ee_hw.h"
 #include "ee_reg_table.h"
 #include "fixed_run.h"
 #include "fuzz.h"
+#include "owned_frame.h"
 #include "pre_ee_hw.h"
 #include "row_targets.h"
 
@@ -18,14 +18,7 @@ namespace {
 
 using cm::reg_value;
 
-struct DeleteFrame {
-    void operator()(FRAME* f) const { CM_DelFRAME(f); }
-};
-struct Frame : std::unique_ptr<FRAME, DeleteFrame> {
-    using unique_ptr::unique_ptr;
-    operator const FRAME*() const { return get(); }
-    operator FRAME*() { return get(); }
-};
+using Frame = cm::OwnedFrame;
 
 enum Mode { kRgb, kPlanes, kClassic, kModes };
 enum Plane { kY, kCb, kCr, kImage, kMotion, kFusion, kInputs };

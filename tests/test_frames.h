@@ -11,18 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "common.h"
 #include "files.h"
+#include "owned_frame.h"
 
 using Samples = std::vector<int32_t>;
 
-struct DeleteFrame {
-    void operator()(FRAME* f) const { CM_DelFRAME(f); }
-};
-struct Frame : std::unique_ptr<FRAME, DeleteFrame> {
-    using unique_ptr::unique_ptr;
-    operator FRAME*() const { return get(); }
-};
+using Frame = cm::OwnedFrame;
 
 inline Frame make_frame(uint32_t format, uint32_t width, uint32_t height, uint32_t channels, int depth,
                         const Samples& samples = {}) {

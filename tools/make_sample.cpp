@@ -10,19 +10,16 @@
 #include <memory>
 #include <string>
 
-#include "common.h"
 #include "ee_hw.h"
 #include "ee_reg.h"
+#include "owned_frame.h"
 
 namespace {
 
 constexpr uint32_t kWidth = 640;
 constexpr uint32_t kHeight = 480;
 
-struct DeleteFrame {
-    void operator()(FRAME* frame) const { CM_DelFRAME(frame); }
-};
-using Frame = std::unique_ptr<FRAME, DeleteFrame>;
+using Frame = cm::OwnedFrame;
 
 Frame new_plane(uint32_t width, int depth) {
     return Frame(CM_NewFRAME(2, CM_FORMAT_SINGLE, width, kHeight, 1, depth));

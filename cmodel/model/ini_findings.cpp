@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common.h"
+#include "ee_blocks.h"
 #include "ee_curve.h"
 #include "ee_no_effect.h"
 #include "ee_reg_ini.h"
@@ -129,7 +130,6 @@ class Checker {
                                         {reg_ee_mcore_gain_lut_in_0, false},
                                         {reg_ee_chroma_amp_lut_in_0, true},
                                         {reg_ee_motion_lut_in_0, true}};
-    static constexpr int kUnitWeight = 128;
     static constexpr size_t kLongestSection = 64;  // the parser cuts names to fewer characters
     static constexpr int kMaxSuggestions = 1000;   // each compares a key with all registers
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "common.h"
+#include "owned_frame.h"
 
 namespace eetool {
 
@@ -30,10 +30,7 @@ extern const Command kIni;
 extern const Command kPattern;
 extern const Command kRun;
 
-struct DeleteFrame {
-    void operator()(FRAME* frame) const { CM_DelFRAME(frame); }
-};
-using Frame = std::unique_ptr<FRAME, DeleteFrame>;
+using Frame = cm::OwnedFrame;
 
 // Says on standard error that `path` cannot be `done` ("read", "written"), and why.
 int report_cannot(const char* done, const std::string& path);

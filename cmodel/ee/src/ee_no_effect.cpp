@@ -9,6 +9,7 @@
 #include <algorithm>
 
 #include "common.h"
+#include "ee_blocks.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
 
@@ -17,8 +18,6 @@ namespace {
 
 constexpr int kCurveSlots = 11;
 constexpr int kTableSlots = 33;
-constexpr int kUnitWeight = 128;
-constexpr int kUnitGain = 64;
 
 struct Range {
     int32_t low, high;

@@ -7,10 +7,9 @@
 
 #include "ee_blocks.h"
 #include "fixed_point.h"
+#include "flat_det.h"
 
 namespace cm {
-
-inline constexpr int kFlatReach = 3;  // rows and columns that windows and runs reach at most
 
 // Rows around the current one, [kFlatReach], each with kFlatReach samples on both sides.
 using Rows32 = const int32_t* const*;

@@ -9,6 +9,7 @@
 
 #include "ee_blocks.h"
 #include "fixed_point.h"
+#include "flat_det.h"
 
 namespace cm {
 

@@ -15,45 +15,15 @@
 
 #include "block_on_frames.h"
 #include "ee_blocks.h"
+#include "flat_det.h"
 #include "flat_det_evidence.h"
-#include "flat_det_narrow.h"
 #include "pre_ee_blocks.h"
 #include "pre_ee_hw.h"
 #include "row_targets.h"
 
 namespace cm {
+
 namespace {
-
-struct FlatDet {
-    // Thresholds and strengths in 1/1024, luma thresholds in codes of the fused luma.
-    int32_t dark_luma_thr, bright_luma_thr;
-    int dark_radius, bright_radius, line_half;
-    int32_t dark_edge_thr, bright_edge_thr, line_thr;
-    int32_t dark_strength, bright_strength, line_strength;
-
-    void configure(const Registers& r, const BlockSetup&) {
-        dark_luma_thr = r[reg_ee_dark_luma_thr];
-        bright_luma_thr = r[reg_ee_bright_luma_thr];
-        dark_radius = r[reg_ee_dark_edge_region];
-        bright_radius = r[reg_ee_bright_edge_region];
-        line_half = r[reg_ee_line_length];
-        dark_edge_thr = r[reg_ee_dark_edge_thr];
-        bright_edge_thr = r[reg_ee_bright_edge_thr];
-        line_thr = r[reg_ee_line_thr];
-        dark_strength = r[reg_ee_dark_edge_strength];
-        bright_strength = r[reg_ee_bright_edge_strength];
-        line_strength = r[reg_ee_line_strength];
-    }
-
-    bool fits_narrow() const {
-        return dark_edge_thr < 4096 && bright_edge_thr < 4096 && line_thr * (2 * line_half + 1) < 32768 &&
-               dark_strength < 32768 && bright_strength < 32768 && line_strength < 32768;
-    }
-
-    void run(const BlockRows<int32_t>& rows) const;
-    void run(const BlockRows<int16_t>& rows) const;
-    void report(const BlockReport& report) const;
-};
 
 // ---- In its simplest terms ----
 
@@ -118,109 +88,15 @@ CM_ROW_FUNCTION(flat_det_row, (const BlockRows<int32_t>& rows, const FlatDet& sh
     }
 }
 
+}  // namespace
+
 void FlatDet::run(const BlockRows<int32_t>& rows) const {
     flat_det_row(rows, *this);
 }
 
-// ---- In 16 bits ----
-
-// All ones or zeros, pixel by pixel; what no pixel of the tile needs is left as it was, and not looked at.
-struct Evidence16 {
-    int16_t dark_edge[kTile], bright_edge[kTile], line[kTile];
-};
-
-template <bool kTexture>
-CM_INLINE void decide16(const int16_t* luma, const int16_t* delta_in, const int16_t* delta_fusion,
-                        const Evidence16& e, int16_t* __restrict out, int16_t* __restrict texture, int tile,
-                        const FlatDet& c) {
-    const int16_t dark_thr = static_cast<int16_t>(std::min(c.dark_luma_thr, 16384));
-    const int16_t bright_thr = static_cast<int16_t>(std::min(c.bright_luma_thr, 16384));
-    const int16_t dark_strength = static_cast<int16_t>(c.dark_strength);
-    const int16_t bright_strength = static_cast<int16_t>(c.bright_strength);
-    const int16_t line_strength = static_cast<int16_t>(c.line_strength);
-    for (int x = 0; x < tile; ++x) {
-        const int16_t dark = below16(luma[x], dark_thr);
-        const int16_t mid = static_cast<int16_t>(below16(luma[x], bright_thr) & ~dark);
-        const int16_t bright = static_cast<int16_t>(~(dark | mid));
-        const int16_t line = static_cast<int16_t>(e.line[x] & bright);
-        const int16_t bright_flat = static_cast<int16_t>(bright & ~line & ~e.bright_edge[x]);
-        const int16_t dark_edge = static_cast<int16_t>(dark & e.dark_edge[x]);
-        const int16_t delta =
-            select16(static_cast<int16_t>(dark_edge | bright_flat), delta_in[x], delta_fusion[x]);
-        const int16_t strength =
-            select16(dark, dark_strength, select16(line, line_strength, bright_strength));
-        const int16_t negative = below16(delta, 0);
-        const uint16_t scaled = high_product(static_cast<uint16_t>(with_sign16(negative, delta) << 5),
-                                             static_cast<uint16_t>(strength << 1));
-        const int16_t limited =
-            with_sign16(negative, static_cast<int16_t>(std::min<uint16_t>(scaled, kDeltaMax)));
-        out[x] = select16(static_cast<int16_t>(mid | bright_flat), delta, limited);
-        if constexpr (kTexture) {
-            const int bright_edge = bright & ~line & e.bright_edge[x];
-            texture[x] = static_cast<int16_t>((kDarkEdge & dark_edge) | (kMidTone & mid) | (kLine & line) |
-                                              (kBrightEdge & bright_edge) | (kBrightFlat & bright_flat));
-        }
-    }
-}
-
-CM_ROW_FUNCTION(flat_det_row16, (const BlockRows<int16_t>& rows, const FlatDet& c), (rows, c)) {
-    uint16_t dark_level[kTile], bright_level[kTile];
-    Evidence16 evidence{};
-    for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
-        const int tile = tile_at(x0, rows.width);
-        const int16_t* const luma = rows.in[1] + x0;
-        int16_t low = luma[0];
-        int16_t high = luma[0];
-        for (int x = 1; x < tile; ++x) {
-            low = min16(low, luma[x]);
-            high = max16(high, luma[x]);
-        }
-        const bool has_dark = low < c.dark_luma_thr;
-        const bool has_bright = high >= c.dark_luma_thr && high >= c.bright_luma_thr;
-        if (has_dark) {
-            with_constant(c.dark_radius, [&](auto r) CM_INLINE_LAMBDA {
-                find_edge_level<decltype(r)::value>(rows.window[1], x0, c.dark_edge_thr, dark_level, tile);
-            });
-        }
-        if (has_bright) {
-            with_constant(c.bright_radius, [&](auto r) CM_INLINE_LAMBDA {
-                find_edge_level<decltype(r)::value>(rows.window[0], x0, c.bright_edge_thr, bright_level,
-                                                    tile);
-            });
-        }
-        for (int band = 0; band < 2 && rows.out[2 * band] != nullptr; ++band) {
-            const Rows16 delta_in = rows.window[2 + 2 * band];
-            const Rows16 delta_fusion = rows.window[3 + 2 * band];
-            if (has_dark) {
-                with_constant(c.dark_radius, [&](auto r) CM_INLINE_LAMBDA {
-                    find_edges<decltype(r)::value>(delta_fusion, x0, dark_level, evidence.dark_edge, tile);
-                });
-            }
-            if (has_bright) {
-                with_constant(c.line_half, [&](auto l) CM_INLINE_LAMBDA {
-                    find_lines16<decltype(l)::value>(delta_fusion, x0, c.line_thr, evidence.line, tile);
-                });
-                with_constant(c.bright_radius, [&](auto r) CM_INLINE_LAMBDA {
-                    find_edges<decltype(r)::value>(delta_in, x0, bright_level, evidence.bright_edge, tile);
-                });
-            }
-            const int16_t* const in = delta_in[kFlatReach] + x0;
-            const int16_t* const fusion = delta_fusion[kFlatReach] + x0;
-            int16_t* const out = rows.out[2 * band] + x0;
-            if (int16_t* const texture = rows.out[2 * band + 1]) {
-                decide16<true>(luma, in, fusion, evidence, out, texture + x0, tile, c);
-            } else {
-                decide16<false>(luma, in, fusion, evidence, out, nullptr, tile, c);
-            }
-        }
-    }
-}
-
-void FlatDet::run(const BlockRows<int16_t>& rows) const {
-    flat_det_row16(rows, *this);
-}
-
 // ---- Report ----
+
+namespace {
 
 void write_texture_image(const std::string& path, const RowSource& texture) {
     static constexpr uint8_t kColours[][3] = {
@@ -242,6 +118,8 @@ void write_texture_image(const std::string& path, const RowSource& texture) {
     });
 }
 
+}  // namespace
+
 void FlatDet::report(const BlockReport& report) const {
     if (report.images() && report.out[3] == nullptr) {
         write_texture_image(report.image_path("dbg_delta_8b_FlatDet.ppm"), *report.out[1]);
@@ -250,6 +128,8 @@ void FlatDet::report(const BlockReport& report) const {
         write_texture_image(report.image_path("HF_dbg_delta_8b_FlatDet.ppm"), *report.out[3]);
     }
 }
+
+namespace {
 
 constexpr BlockOutput kTextureOut{.shown = Shown::kPicture, .optional = true};
 constexpr BlockInput kWindow{.reach = kFlatReach, .padded = true};
