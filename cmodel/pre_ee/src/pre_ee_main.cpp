@@ -1,8 +1,8 @@
 // The program: one register setting and one frame in, the sharpened luma out.
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "common.h"
@@ -14,10 +14,6 @@
 #include "pnm.h"
 
 namespace {
-
-constexpr int kWords = 15;
-
-FILE* log_file;  // never closed: records come until the end
 
 // Words of the command line.
 enum Arg {
@@ -35,7 +31,8 @@ enum Arg {
     kSrcYnr,
     kMmap,
     kOut,
-    kYfusion
+    kYfusion,
+    kWords
 };
 
 // A decimal integer; text without one is 0, and only the low 32 bits of a large one count.
@@ -57,6 +54,33 @@ int parse_int(const char* text) {
     std::exit(cm::kExitFormat);
 }
 
+// What the words ask for.
+struct Options {
+    const char* ini_file;
+    const char* log_path;
+    int log_level;
+    const char* instance;
+    bool is_rgb;
+    const char* dbg_dir;
+    bool dump;
+    const char* input[cm::kInputs];  // by plane
+    const char* out;
+
+    FILE* log = nullptr;  // never closed: records come until the end
+};
+
+Options parse_words(char** argv) {
+    return {.ini_file = argv[kIniFile],
+            .log_path = argv[kLogFile],
+            .log_level = parse_int(argv[kLogLevel]),
+            .instance = argv[kInsName],
+            .is_rgb = parse_int(argv[kMode]) == 0,
+            .dbg_dir = argv[kDbgPath],
+            .dump = parse_int(argv[kDumpDbgImg]) != 0,
+            .input = {argv[kY], argv[kCb], argv[kCr], argv[kSrcYnr], argv[kMmap], argv[kYfusion]},
+            .out = argv[kOut]};
+}
+
 FILE* open_log(const char* path, int level) {
     FILE* const log = std::fopen(path, "a");
     if (log == nullptr) {
@@ -68,9 +92,9 @@ FILE* open_log(const char* path, int level) {
 }
 
 // Before the output is written: a run whose log is not whole has none.
-void check_log(char** argv) {
-    if (std::ferror(log_file) != 0) {
-        cm::fatal(cm::kExitFile, "Unable to write log file '%s'\n", argv[kLogFile]);
+void check_log(const Options& o) {
+    if (std::ferror(o.log) != 0) {
+        cm::fatal(cm::kExitFile, "Unable to write log file '%s'\n", o.log_path);
     }
 }
 
@@ -109,11 +133,11 @@ void warn_about_chroma_size(const cm::InputPlanes& planes) {
 }
 
 // The blocks cut the path of a debug image where its buffer ends, so that several images may go to one file.
-void warn_about_image_names(char** argv) {
+void warn_about_image_names(const Options& o) {
     const bool fused = cm::reg_value(reg_ee_texture_mode) == 1;
     const char* const longest = fused ? "Yfusion_dbg_delta_MF_over_8b.ppm" : "dbg_adptgain_chromawgt_8b.ppm";
     const size_t fitting = sizeof dbg_path - 1 - std::strlen("/") - std::strlen(longest);
-    const size_t length = std::strlen(argv[kDbgPath]);
+    const size_t length = std::strlen(o.dbg_dir);
     if (dump_dbg_img != 0 && length > fitting) {
         log_log(LOG_WARN, cm::at::kImageNames.source, cm::at::kImageNames.line,
                 "the debug directory's path has %zu characters: paths of debug images are cut at %zu, and "
@@ -123,7 +147,7 @@ void warn_about_image_names(char** argv) {
 }
 
 // The block is off: the luma goes out as it came in, at its own depth.
-void write_copy(const cm::RowSource& luma, char** argv) {
+void write_copy(const cm::RowSource& luma, const Options& o) {
     const size_t width = static_cast<size_t>(luma.width());
     const size_t sample_bytes = static_cast<size_t>(cm::written_bytes(luma.depth()));
     const cm::Bytes packed = cm::allocate_bytes(width * sample_bytes * static_cast<size_t>(luma.height()));
@@ -134,13 +158,13 @@ void write_copy(const cm::RowSource& luma, char** argv) {
         cm::pack_samples(row, width, static_cast<int>(sample_bytes),
                          packed.get() + static_cast<size_t>(y) * width * sample_bytes);
     }
-    check_log(argv);
-    cm::write_pgm(argv[kOut], static_cast<uint32_t>(width), static_cast<uint32_t>(luma.height()),
-                  luma.depth(), packed.get());
+    check_log(o);
+    cm::write_pgm(o.out, static_cast<uint32_t>(width), static_cast<uint32_t>(luma.height()), luma.depth(),
+                  packed.get());
 }
 
-void sharpen(const cm::InputPlanes& planes, cm::PlaneMemory& memory, char** argv) {
-    warn_about_image_names(argv);
+void sharpen(const cm::InputPlanes& planes, cm::PlaneMemory& memory, const Options& o) {
+    warn_about_image_names(o);
     cm::check_pre_ee_planes(planes);
     const cm::RowSource& luma = plane(planes, cm::Plane::y);
     const size_t width = static_cast<size_t>(luma.width());
@@ -148,29 +172,22 @@ void sharpen(const cm::InputPlanes& planes, cm::PlaneMemory& memory, char** argv
     const cm::Bytes packed = memory.take(width * height);
     cm::ByteSink sink(packed.get(), luma.width());
     cm::run_fixed(cm::kPreEe, planes, sink);
-    check_log(argv);
-    cm::write_pgm(argv[kOut], static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
+    check_log(o);
+    cm::write_pgm(o.out, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
 }
 
-void run_ycbcr(char** argv) {
+void run_ycbcr(const Options& o) {
     cm::PlaneMemory memory;
-    const cm::PackedImage y = read_plane(argv[kY], memory);
-    const cm::PackedImage cb = read_plane(argv[kCb], memory);
-    const cm::PackedImage cr = read_plane(argv[kCr], memory);
-    const cm::PackedImage ynr = read_plane(argv[kSrcYnr], memory);
-    const cm::PackedImage mmap = read_plane(argv[kMmap], memory);
-    const cm::PackedImage yfusion = read_plane(argv[kYfusion], memory);
-    std::printf("depth of Yfusion is %d \n", yfusion.depth);
-
-    using Source = cm::PackedSource;
-    const Source sources[cm::kInputs] = {Source(y),   Source(cb),   Source(cr),
-                                         Source(ynr), Source(mmap), Source(yfusion)};
+    cm::PackedImage images[cm::kInputs];
+    std::optional<cm::PackedSource> sources[cm::kInputs];
     cm::InputPlanes planes;
     for (int i = 0; i < cm::kInputs; ++i) {
-        planes[i] = &sources[i];
+        images[i] = read_plane(o.input[i], memory);
+        planes[i] = &sources[i].emplace(images[i]);
     }
+    std::printf("depth of Yfusion is %d \n", plane(planes, cm::Plane::yfusion).depth());
     if (!cm::block_enabled()) {
-        write_copy(plane(planes, cm::Plane::y), argv);
+        write_copy(plane(planes, cm::Plane::y), o);
         return;
     }
     static constexpr const char* kNames[cm::kInputs] = {"Y_in",    "Cb_in",    "Cr_in",
@@ -181,7 +198,7 @@ void run_ycbcr(char** argv) {
         }
     }
     warn_about_chroma_size(planes);
-    sharpen(planes, memory, argv);
+    sharpen(planes, memory, o);
 }
 
 // RGB input has no fused luma, so texture mode 1 cannot run; told before anything is read.
@@ -195,13 +212,14 @@ void refuse_texture_mode() {
     }
 }
 
-void run_rgb(char** argv) {
+void run_rgb(const Options& o) {
     refuse_texture_mode();
     cm::PlaneMemory memory;
-    const cm::PackedImage rgb = cm::read_pnm(argv[kY], cm::PnmKind::kColour, cm::at::kReadColour, &memory);
+    const cm::PackedImage rgb =
+        cm::read_pnm(o.input[cm::index_of(cm::Plane::y)], cm::PnmKind::kColour, cm::at::kReadColour, &memory);
     // Intended: must be there and readable, and is not used; the converted luma is sharpened itself.
-    cm::read_pnm(argv[kSrcYnr], cm::PnmKind::kColour, cm::at::kReadColour);
-    const cm::PackedImage motion = read_plane(argv[kMmap], memory);
+    cm::read_pnm(o.input[cm::index_of(cm::Plane::ynr)], cm::PnmKind::kColour, cm::at::kReadColour);
+    const cm::PackedImage motion = read_plane(o.input[cm::index_of(cm::Plane::mmap)], memory);
 
     const cm::PackedChannelSource red(rgb, 0), green(rgb, 1), blue(rgb, 2);
     // Intended: chroma has the luma's width here and still goes through the half-width duplication, so
@@ -212,12 +230,12 @@ void run_rgb(char** argv) {
     const cm::PackedSource mmap(motion);
     const cm::InputPlanes planes = {&y, &cb, &cr, &y, &mmap, nullptr};
     if (!cm::block_enabled()) {
-        write_copy(y, argv);
+        write_copy(y, o);
         return;
     }
     warn_about_depth("Y_in", rgb.depth, {8, 8});  // its luma is what gets sharpened
     warn_about_depth("mmap_pix", motion.depth, {8, 8});
-    sharpen(planes, memory, argv);
+    sharpen(planes, memory, o);
 }
 
 }  // namespace
@@ -227,22 +245,22 @@ int main(int argc, char** argv) {
     if (argc != kWords) {
         print_usage_and_exit(argc, argv);
     }
-    std::snprintf(dbg_path, sizeof dbg_path, "%s", argv[kDbgPath]);
-    dump_dbg_img = parse_int(argv[kDumpDbgImg]) != 0;
-    log_file = open_log(argv[kLogFile], parse_int(argv[kLogLevel]));
-    const int mode = parse_int(argv[kMode]);
+    Options o = parse_words(argv);
+    std::snprintf(dbg_path, sizeof dbg_path, "%s", o.dbg_dir);
+    dump_dbg_img = o.dump;
+    o.log = open_log(o.log_path, o.log_level);
 
-    INIT_EE_REG(argv[kInsName]);
-    LOAD_EE_INI(argv[kIniFile]);
+    INIT_EE_REG(o.instance);
+    LOAD_EE_INI(o.ini_file);
     PRINT_EE_REG();
     // Intended: the text has its own name for reg_ee_enable.
     log_log(LOG_INFO, cm::at::kBlockEnable.source, cm::at::kBlockEnable.line, "reg_pre_ee_enable = %d",
             cm::reg_value(reg_ee_enable));
 
-    if (mode == 0) {
-        run_rgb(argv);
+    if (o.is_rgb) {
+        run_rgb(o);
     } else {
-        run_ycbcr(argv);
+        run_ycbcr(o);
     }
     return 0;
 }
