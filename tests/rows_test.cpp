@@ -71,8 +71,8 @@ Frame begin_frame(Random& r, cmodel* rows, cmodel* whole, const std::string& pip
     const int y_depth = colours ? 8 : r.pick({8, 8, 10, 12}), beyond = r.chance(10);
     const int look_ahead = cmodel_look_ahead(rows);
     EXPECT_EQ(look_ahead, off ? 0 : pipeline == "classic" ? 4 : texture ? 5 : 2);
-    cmodel_frame spec{f.width,      f.height, y_depth, fusion_depth, y_depth > 8 || r.chance(80),
-                      r.chance(80), colours};
+    cmodel_frame frame{f.width,      f.height, y_depth, fusion_depth, y_depth > 8 || r.chance(80),
+                       r.chance(80), colours};
     cmodel_unbind(whole);
     f.inputs.reserve(16);
     const auto add = [&](const char* name, int width, int depth, bool looked_ahead, bool used = true) {
@@ -87,8 +87,8 @@ Frame begin_frame(Random& r, cmodel* rows, cmodel* whole, const std::string& pip
     for (int i = 0; i < 3; ++i)
         add(names[i + (colours ? 3 : 0)], colours || i == 0 ? f.width : (f.width + 1) / 2,
             i == 0 ? y_depth : 8, colours || i == 0);
-    if (spec.has_ynr) add("ynr", f.width, 8, false);
-    if (spec.has_mmap) add("mmap", f.width, 8, false);
+    if (frame.has_ynr) add("ynr", f.width, 8, false);
+    if (frame.has_mmap) add("mmap", f.width, 8, false);
     if (fusion_depth) add("yfusion", f.width, fusion_depth, true, on && texture && pipeline == "pre_ee");
 
     const auto keep = [&](const char* name, bool kept) {
@@ -109,7 +109,7 @@ Frame begin_frame(Random& r, cmodel* rows, cmodel* whole, const std::string& pip
     }
     keep("output", f.want.empty() || r.chance(80));
     EXPECT_EQ(cmodel_run(whole), 0) << cmodel_error(whole);
-    f.number = cmodel_begin(rows, &spec);
+    f.number = cmodel_begin(rows, &frame);
     EXPECT_GT(f.number, 0) << cmodel_error(rows);
     cmodel_set(rows, "reg_ee_total_gain", static_cast<int>(r.below(256)));  // too late for this frame
     return f;
@@ -176,10 +176,10 @@ TEST(Rows, EqualWholeRuns) {
 
 TEST(Rows, Misuse) {
     const Model m("pre_ee");
-    const cmodel_frame spec{4, 2, 8, 0, 0, 0, 0};
+    const cmodel_frame frame{4, 2, 8, 0, 0, 0, 0};
     int32_t row[4] = {300, 300, 300, 300};
     const auto begin = [&](auto change) {
-        cmodel_frame changed = spec;
+        cmodel_frame changed = frame;
         change(changed);
         return cmodel_begin(m, &changed);
     };
@@ -187,10 +187,10 @@ TEST(Rows, Misuse) {
         EXPECT_LT(status, 0) << text;
         EXPECT_TRUE(matches(text, cmodel_error(m))) << text << " is not " << cmodel_error(m);
     };
-    EXPECT_LT(cmodel_begin(nullptr, &spec) | cmodel_drop(nullptr, 1) | cmodel_look_ahead(nullptr), 0);
+    EXPECT_LT(cmodel_begin(nullptr, &frame) | cmodel_drop(nullptr, 1) | cmodel_look_ahead(nullptr), 0);
     refused(cmodel_push(m, "y", row, 4, CMODEL_S32, 4), "no frame was begun");
     refused(cmodel_begin(m, nullptr), "no frame*");
-    refused(cmodel_begin(m, &spec), "texture mode 1 needs yfusion*");
+    refused(cmodel_begin(m, &frame), "texture mode 1 needs yfusion*");
     cmodel_set(m, "reg_ee_texture_mode", 0);
     refused(begin([](auto& f) { f.width = 0; }), "a frame of 0x2*");
     refused(begin([](auto& f) { f.width = f.height = 1 << 30; }), "no memory*");
@@ -199,11 +199,11 @@ TEST(Rows, Misuse) {
     refused(begin([](auto& f) { f.yfusion_depth = 21; }), "yfusion has 21 bits*");
     refused(cmodel_keep_rows(m, "clean_y", 1), "*no stage clean_y");
     cmodel_keep_rows(m, "mf_texture", 1);
-    refused(cmodel_begin(m, &spec), "*mf_texture*mode 0*");
+    refused(cmodel_begin(m, &frame), "*mf_texture*mode 0*");
     cmodel_keep_rows(m, "mf_texture", 0);
     cmodel_keep_rows(m, "lpf_y", 1);
-    EXPECT_EQ(cmodel_begin(m, &spec), 1) << "frames that could not begin have no number";
-    refused(cmodel_begin(m, &spec), "frame 1 has 0 of 2 rows of y*");
+    EXPECT_EQ(cmodel_begin(m, &frame), 1) << "frames that could not begin have no number";
+    refused(cmodel_begin(m, &frame), "frame 1 has 0 of 2 rows of y*");
     refused(cmodel_push(m, "luma", row, 4, CMODEL_S32, 4), "there is no input luma");
     refused(cmodel_push(m, "ynr", row, 4, CMODEL_S32, 4), "frame 1 was begun without ynr");
     refused(cmodel_push(m, "cb", row, 4, CMODEL_S32, 4), "cb: a row has 2 samples, not 4");
@@ -224,11 +224,11 @@ TEST(Rows, Misuse) {
 
     // A value beyond what luma's depth can make is not cut in silence; the row stays.
     row[0] = row[1] = row[2] = row[3] = 70000;
-    const int frame = begin([](auto& f) { f.height = 1; });
+    const int number = begin([](auto& f) { f.height = 1; });
     for (const char* input : {"y", "cb", "cr"})
         EXPECT_EQ(cmodel_push(m, input, row, input[0] == 'y' ? 4 : 2, CMODEL_S32, 4), 0);
-    refused(cmodel_pull(m, frame, "lpf_y", row, 4, CMODEL_U16, 2), "lpf_y: row 0 has values of 70000..*");
-    EXPECT_EQ(cmodel_pull(m, frame, "lpf_y", row, 4, CMODEL_S32, 4), 0);
+    refused(cmodel_pull(m, number, "lpf_y", row, 4, CMODEL_U16, 2), "lpf_y: row 0 has values of 70000..*");
+    EXPECT_EQ(cmodel_pull(m, number, "lpf_y", row, 4, CMODEL_S32, 4), 0);
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ class RowFrame {
     RowFrame(int number, RowFrame* older) : number_(number), next_(older) {}
 
     // 0, or a failure.
-    int open(cmodel& m, const cmodel_frame& spec);
+    int open(cmodel& m, const cmodel_frame& frame);
     int push(cmodel& m, int input, const cmodel_plane& row);
     int pull(cmodel& m, int stage, const char* name, const cmodel_plane& row);
 
@@ -28,7 +28,7 @@ class RowFrame {
     bool all_pulled() const;
     // The first input that still lacks rows, or -1; how many it has.
     int find_incomplete(int& rows) const;
-    int height() const { return spec_.height; }
+    int height() const { return frame_.height; }
 
   private:
     // Counts the rows that a stage was given.
@@ -59,7 +59,7 @@ class RowFrame {
     };
 
     int fail_for_memory(cmodel& m) const {
-        return m.fail(CMODEL_NO_MEMORY, "no memory for a frame of %dx%d", spec_.width, spec_.height);
+        return m.fail(CMODEL_NO_MEMORY, "no memory for a frame of %dx%d", frame_.width, frame_.height);
     }
     bool comes(int input) const;
     cmodel_plane take_plane(int width, int depth);
@@ -70,7 +70,7 @@ class RowFrame {
 
     int number_;
     RowFrame* next_;
-    cmodel_frame spec_ = {};
+    cmodel_frame frame_ = {};
     bool on_ = false;
     bool classic_ = false;
     bool uses_fusion_ = false;
@@ -89,27 +89,27 @@ bool RowFrame::comes(int input) const {
         case kRed:
         case kGreen:
         case kBlue:
-            return spec_.has_colours != 0;
+            return frame_.has_colours != 0;
         case index_of(Plane::ynr):
-            return spec_.has_ynr != 0;
+            return frame_.has_ynr != 0;
         case index_of(Plane::mmap):
-            return spec_.has_mmap != 0;
+            return frame_.has_mmap != 0;
         case index_of(Plane::yfusion):
-            return spec_.yfusion_depth != 0;
+            return frame_.yfusion_depth != 0;
         default:
-            return spec_.has_colours == 0;
+            return frame_.has_colours == 0;
     }
 }
 
 // Not cleared; without samples when there is no memory.
 cmodel_plane RowFrame::take_plane(int width, int depth) {
     constexpr ptrdiff_t kStep = sizeof(int32_t);
-    const size_t samples = static_cast<size_t>(width) * static_cast<size_t>(spec_.height);
-    return {memory_.take<int32_t>(samples), CMODEL_S32, width, spec_.height, kStep * width, kStep, depth};
+    const size_t samples = static_cast<size_t>(width) * static_cast<size_t>(frame_.height);
+    return {memory_.take<int32_t>(samples), CMODEL_S32, width, frame_.height, kStep * width, kStep, depth};
 }
 
 int RowFrame::keep(cmodel& m, int stage) {
-    const cmodel_plane plane = take_plane(spec_.width, 0);
+    const cmodel_plane plane = take_plane(frame_.width, 0);
     if (plane.data == nullptr) {
         return fail_for_memory(m);
     }
@@ -119,13 +119,13 @@ int RowFrame::keep(cmodel& m, int stage) {
     return 0;
 }
 
-int RowFrame::open(cmodel& m, const cmodel_frame& spec) {
+int RowFrame::open(cmodel& m, const cmodel_frame& frame) {
     constexpr int kMostSide = 1 << 30;
-    if (spec.width < 1 || spec.height < 1 || spec.width > kMostSide || spec.height > kMostSide) {
-        return m.fail(CMODEL_BAD_ARGUMENT, "a frame of %dx%d cannot be", spec.width, spec.height);
+    if (frame.width < 1 || frame.height < 1 || frame.width > kMostSide || frame.height > kMostSide) {
+        return m.fail(CMODEL_BAD_ARGUMENT, "a frame of %dx%d cannot be", frame.width, frame.height);
     }
-    spec_ = spec;
-    spec_.y_depth = spec.has_colours != 0 ? 8 : spec.y_depth;
+    frame_ = frame;
+    frame_.y_depth = frame.has_colours != 0 ? 8 : frame.y_depth;
     const auto check_depth = [&](Plane plane, int depth) {
         const DepthRange takes = depths_of_input(index_of(plane));
         return depth >= takes.least && depth <= takes.greatest
@@ -133,18 +133,18 @@ int RowFrame::open(cmodel& m, const cmodel_frame& spec) {
                    : m.fail(CMODEL_BAD_ARGUMENT, "%s has %d bits; it takes %d to %d", row_of(plane).name,
                             depth, takes.least, takes.greatest);
     };
-    if (check_depth(Plane::y, spec_.y_depth) < 0 ||
-        (spec_.yfusion_depth != 0 && check_depth(Plane::yfusion, spec_.yfusion_depth) < 0)) {
+    if (check_depth(Plane::y, frame_.y_depth) < 0 ||
+        (frame_.yfusion_depth != 0 && check_depth(Plane::yfusion, frame_.yfusion_depth) < 0)) {
         return CMODEL_BAD_ARGUMENT;
     }
     on_ = m.registers[reg_ee_enable] == 1;
     classic_ = m.pipeline == &kClassicEe;
     const Variant variant = variant_of(*m.pipeline, m.registers);
     uses_fusion_ = on_ && variant == kTexture;
-    if (spec_.has_ynr == 0 && spec_.y_depth != 8 && (on_ || classic_)) {
+    if (frame_.has_ynr == 0 && frame_.y_depth != 8 && (on_ || classic_)) {
         return m.fail(CMODEL_NOT_READY, "luma of more than 8 bits cannot be sharpened itself: ynr must come");
     }
-    if (uses_fusion_ && spec_.yfusion_depth == 0) {
+    if (uses_fusion_ && frame_.yfusion_depth == 0) {
         return m.fail(CMODEL_NOT_READY,
                       "texture mode 1 needs yfusion: let it come or set reg_ee_texture_mode to 0");
     }
@@ -154,25 +154,25 @@ int RowFrame::open(cmodel& m, const cmodel_frame& spec) {
             continue;
         }
         const bool half = i == index_of(Plane::cb) || i == index_of(Plane::cr);
-        const int depth = i == index_of(Plane::y)         ? spec_.y_depth
-                          : i == index_of(Plane::yfusion) ? spec_.yfusion_depth
+        const int depth = i == index_of(Plane::y)         ? frame_.y_depth
+                          : i == index_of(Plane::yfusion) ? frame_.yfusion_depth
                                                           : 8;
-        pushed_[i].plane = take_plane(half ? half_up(spec_.width) : spec_.width, depth);
+        pushed_[i].plane = take_plane(half ? half_up(frame_.width) : frame_.width, depth);
         pushed_[i].source.emplace(pushed_[i].plane);
         if (i < kInputs) {
             planes_.input[i] = &*pushed_[i].source;
         }
     }
-    for (int i = 0; i < 3 && spec_.has_colours != 0; ++i) {
+    for (int i = 0; i < 3 && frame_.has_colours != 0; ++i) {
         planes_.input[i] =
             &converted_[i].emplace(*pushed_[kRed].source, *pushed_[kGreen].source, *pushed_[kBlue].source,
                                    static_cast<ColourSource::Component>(i), i == 0 ? 1 : 2);
     }
-    if (spec_.has_ynr == 0) {
+    if (frame_.has_ynr == 0) {
         planes_.input[index_of(Plane::ynr)] = planes_.input[index_of(Plane::y)];
     }
-    if (spec_.has_mmap == 0) {
-        planes_.input[index_of(Plane::mmap)] = &still_.emplace(spec_.width, spec_.height, 8, 0);
+    if (frame_.has_mmap == 0) {
+        planes_.input[index_of(Plane::mmap)] = &still_.emplace(frame_.width, frame_.height, 8, 0);
     }
     for (int i = 0; i <= kPlanes; ++i) {
         if (i == kPlanes ? !m.keeps_output : !m.keeps[i]) {
@@ -190,16 +190,16 @@ int RowFrame::open(cmodel& m, const cmodel_frame& spec) {
             return status;
         }
     }
-    const size_t pixels = static_cast<size_t>(spec_.width) * static_cast<size_t>(spec_.height);
-    if (on_ && !pipeline_.configure(*m.pipeline, m.registers, spec_.y_depth,
-                                    spec_.yfusion_depth != 0 ? spec_.yfusion_depth : 8, pixels)) {
+    const size_t pixels = static_cast<size_t>(frame_.width) * static_cast<size_t>(frame_.height);
+    if (on_ && !pipeline_.configure(*m.pipeline, m.registers, frame_.y_depth,
+                                    frame_.yfusion_depth != 0 ? frame_.yfusion_depth : 8, pixels)) {
         return fail_for_memory(m);
     }
     if (on_) {
         rows_ = memory_.take<RowPipeline<int32_t>>(1);
         if (rows_ != nullptr) {
-            new (rows_) RowPipeline<int32_t>(pipeline_, planes_, spec_.width, spec_.height,
-                                             {0, 0, spec_.width, spec_.height}, memory_);
+            new (rows_) RowPipeline<int32_t>(pipeline_, planes_, frame_.width, frame_.height,
+                                             {0, 0, frame_.width, frame_.height}, memory_);
         }
     }
     return memory_.failed() ? fail_for_memory(m) : 0;
@@ -208,7 +208,7 @@ int RowFrame::open(cmodel& m, const cmodel_frame& spec) {
 bool RowFrame::has_rows(int input, int step) const {
     const bool ahead = input == index_of(Plane::y) || input == index_of(Plane::yfusion) || input >= kRed;
     const int64_t last = int64_t{step} + (ahead && on_ ? rows_->look_ahead() : 0);
-    return pushed_[input].rows > std::min<int64_t>(last, spec_.height - 1);
+    return pushed_[input].rows > std::min<int64_t>(last, frame_.height - 1);
 }
 
 void RowFrame::run_ready_rows() {
@@ -222,7 +222,7 @@ void RowFrame::run_ready_rows() {
         return true;
     };
     if (on_) {
-        while (rows_->next_advance() < spec_.height && all_have_rows(rows_->next_advance())) {
+        while (rows_->next_advance() < frame_.height && all_have_rows(rows_->next_advance())) {
             rows_->advance();
         }
         return;
@@ -230,9 +230,9 @@ void RowFrame::run_ready_rows() {
     // The block is off: a copy.
     Kept& out = kept_[kPlanes];
     const RowSource& from = *planes_.input[index_of(classic_ ? Plane::ynr : Plane::y)];
-    while (out.samples != nullptr && out.rows.made < spec_.height && all_have_rows(out.rows.made)) {
-        const size_t at = static_cast<size_t>(out.rows.made) * static_cast<size_t>(spec_.width);
-        from.read(out.rows.made, 0, spec_.width, out.samples + at);
+    while (out.samples != nullptr && out.rows.made < frame_.height && all_have_rows(out.rows.made)) {
+        const size_t at = static_cast<size_t>(out.rows.made) * static_cast<size_t>(frame_.width);
+        from.read(out.rows.made, 0, frame_.width, out.samples + at);
         ++out.rows.made;
     }
 }
@@ -247,8 +247,8 @@ int RowFrame::push(cmodel& m, int input, const cmodel_plane& row) {
         return m.fail(CMODEL_BAD_ARGUMENT, "%s: a row has %d samples, not %d", name, to.plane.width,
                       row.width);
     }
-    if (to.rows == spec_.height) {
-        return m.fail(CMODEL_BAD_ARGUMENT, "%s: frame %d has all its %d rows", name, number_, spec_.height);
+    if (to.rows == frame_.height) {
+        return m.fail(CMODEL_BAD_ARGUMENT, "%s: frame %d has all its %d rows", name, number_, frame_.height);
     }
     int32_t* const samples = static_cast<int32_t*>(to.plane.data);
     const size_t at = static_cast<size_t>(to.rows) * static_cast<size_t>(to.plane.width);
@@ -259,14 +259,14 @@ int RowFrame::push(cmodel& m, int input, const cmodel_plane& row) {
 }
 
 int RowFrame::pull(cmodel& m, int stage, const char* name, const cmodel_plane& row) {
-    if (row.width != spec_.width) {
-        return m.fail(CMODEL_BAD_ARGUMENT, "%s: a row has %d samples, not %d", name, spec_.width, row.width);
+    if (row.width != frame_.width) {
+        return m.fail(CMODEL_BAD_ARGUMENT, "%s: a row has %d samples, not %d", name, frame_.width, row.width);
     }
     const bool is_output = stage == kPlanes;
     const int64_t least = is_output ? 0 : kPlaneTable[stage].least;
     const int64_t greatest = !is_output        ? kPlaneTable[stage].greatest
                              : on_ || classic_ ? 255
-                                               : (int64_t{1} << spec_.y_depth) - 1;
+                                               : (int64_t{1} << frame_.y_depth) - 1;
     if (!type_holds(row.type, least, greatest)) {
         return m.fail(CMODEL_BAD_ARGUMENT, "%s: the type does not hold %lld..%lld", name,
                       static_cast<long long>(least), static_cast<long long>(greatest));
@@ -276,8 +276,8 @@ int RowFrame::pull(cmodel& m, int stage, const char* name, const cmodel_plane& r
     }
     Kept& kept = kept_[stage];
     const int32_t* const samples =
-        kept.samples + static_cast<size_t>(kept.pulled) * static_cast<size_t>(spec_.width);
-    const auto [low, high] = std::minmax_element(samples, samples + spec_.width);
+        kept.samples + static_cast<size_t>(kept.pulled) * static_cast<size_t>(frame_.width);
+    const auto [low, high] = std::minmax_element(samples, samples + frame_.width);
     if (!type_holds(row.type, *low, *high)) {
         return m.fail(CMODEL_BAD_ARGUMENT,
                       "%s: row %d has values of %d..%d, which the type does not hold; an input has samples "
@@ -290,7 +290,7 @@ int RowFrame::pull(cmodel& m, int stage, const char* name, const cmodel_plane& r
 
 bool RowFrame::all_pulled() const {
     for (const Kept& kept : kept_) {
-        if (kept.samples != nullptr && kept.pulled < spec_.height) {
+        if (kept.samples != nullptr && kept.pulled < frame_.height) {
             return false;
         }
     }
@@ -300,7 +300,7 @@ bool RowFrame::all_pulled() const {
 
 int RowFrame::find_incomplete(int& rows) const {
     for (int i = 0; i < kBindings; ++i) {
-        if (comes(i) && pushed_[i].rows < spec_.height) {
+        if (comes(i) && pushed_[i].rows < frame_.height) {
             rows = pushed_[i].rows;
             return i;
         }
