@@ -267,6 +267,31 @@ TEST_F(Eetool, RefusesNamesThatNoSectionCanHave) {
     EXPECT_EQ(std::count(said.begin(), said.end(), "reg_ee_total_gain = 7"), 4) << "'' and NULL are one";
 }
 
+TEST_F(Eetool, ComparesShortensAndDrawsSettings) {
+    const std::string text = plain_ini({"reg_ee_total_gain = 64", "reg_ee_motion_lut_in_1 = 70"});
+    spill("a.ini", plain_ini());
+    spill("b.ini", text);
+    const Result diff = run("ini --diff a.ini b.ini --instance 0");
+    EXPECT_EQ(diff.text,
+              "reg_ee_total_gain: 32 -> 64; global strength; 32 is 1.0\n"
+              "reg_ee_motion_lut: in_1 64 -> 70; gain by motion, 128 is 1.0\n");
+    EXPECT_EQ(diff.status, 1);
+    const Result shorter = run("ini --minimal b.ini --instance 0");
+    EXPECT_EQ(shorter.text,
+              "[ee0]\nreg_ee_texture_mode = 0\nreg_ee_total_gain = 64\nreg_ee_motion_lut_in_1 = 70\n");
+    EXPECT_EQ(run("ini --diff a.ini absent.ini").status, 2);
+    EXPECT_GE(run("ini --random").status, 100);
+    for (int seed = 1; seed <= 40; ++seed) {
+        const std::string drawn = run("ini --random --instance 0 --seed " + std::to_string(seed)).text;
+        const Result well = check(drawn, " --complete");
+        EXPECT_EQ(well.status, 0) << seed << ": " << well.text;
+        spill("y.ini", run("ini --minimal x.ini --instance 0").text);
+        EXPECT_EQ(run("ini --diff x.ini y.ini --instance 0").status, 0) << seed;
+        EXPECT_EQ(drawn.ends_with("\nreg_ee_lower_bound_right_diff = 149\n"), seed == 7)
+            << "as on other machines";
+    }
+}
+
 // The same frame as planes and as a colour picture, through the program and through the library.
 TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     const std::string planes = "--y y.pgm --cb cb.pgm --cr cr.pgm ";

@@ -18,14 +18,16 @@
 #include "ee_reg_ini.h"
 #include "ee_reg_table.h"
 #include "ini_findings.h"
+#include "settings.h"
 
 namespace eetool {
 namespace {
 
 struct Options {
-    std::string out, check, instance = "NULL";
-    std::vector<std::string> set;
-    bool reset = false, complete = false;
+    std::string out, check, minimal, instance = "NULL", other_instance;
+    std::vector<std::string> set, diff;
+    std::optional<uint64_t> seed;
+    bool reset = false, complete = false, random = false;
 };
 
 // The text after "key=" as the register's value; nothing when it is no number that fits.
@@ -346,16 +348,66 @@ int write_ini(const Options& o) {
     }
 }
 
-int check_ini(const Options& o) {
-    FILE* const file = std::fopen(o.check.c_str(), "r");
-    cm::IniFindings found;
-    const int error =
-        file != nullptr ? cm::find_in_ini(file, o.instance.c_str(), {}, o.complete, found) : errno;
+// False, and errno says why, when the file cannot be read.
+bool find_in_file(const std::string& path, const std::string& instance, bool complete,
+                  cm::IniFindings& found) {
+    FILE* const file = std::fopen(path.c_str(), "r");
+    const int error = file != nullptr ? cm::find_in_ini(file, instance.c_str(), {}, complete, found) : errno;
     if (file != nullptr) {
         std::fclose(file);
     }
-    if (error != 0) {
-        errno = error;
+    errno = error;
+    return error == 0;
+}
+
+// The registers as a run has them from this file; what is wrong in it goes to standard error.
+bool read_setting(const std::string& path, const std::string& instance, cm::Registers& setting) {
+    cm::IniFindings found;
+    if (!find_in_file(path, instance, false, found)) {
+        report_cannot("read", path);
+        return false;
+    }
+    for (const cm::IniFinding& finding : found.findings) {
+        std::fprintf(stderr, "eetool: %s:%d: %s\n", path.c_str(), finding.line, finding.text.c_str());
+    }
+    setting = found.registers;
+    return true;
+}
+
+int print(const std::string& text) {
+    const bool ok = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return std::fflush(stdout) == 0 && ok ? kOk : report_cannot("written", "standard output");
+}
+
+int print_differences(const Options& o) {
+    cm::Registers a, b;
+    const std::string& other = o.other_instance.empty() ? o.instance : o.other_instance;
+    if (!read_setting(o.diff[0], o.instance, a) || !read_setting(o.diff[1], other, b)) {
+        return kCannot;
+    }
+    std::string text;
+    for (const std::string& line : differences(a, b)) {
+        text += line + "\n";
+    }
+    const int status = print(text.empty() ? "the registers have the same values\n" : text);
+    return status != kOk ? status : text.empty() ? kOk : kFindings;
+}
+
+int print_minimal(const Options& o) {
+    check_instance(o.instance);
+    cm::Registers setting;
+    return read_setting(o.minimal, o.instance, setting) ? print(ini_text(setting, o.instance.c_str(), true))
+                                                        : int{kCannot};
+}
+
+int print_random(const Options& o) {
+    check_instance(o.instance);
+    return print(ini_text(random_setting(*o.seed), o.instance.c_str(), false));
+}
+
+int check_ini(const Options& o) {
+    cm::IniFindings found;
+    if (!find_in_file(o.check, o.instance, o.complete, found)) {
         return report_cannot("read", o.check);
     }
     for (const cm::IniFinding& finding : found.findings) {
@@ -379,30 +431,57 @@ std::function<int()> declare(CLI::App& app) {
     CLI::Option* const check =
         what->add_option("--check", o->check, "print what is wrong in this file, one finding a line")
             ->option_text("FILE");
+    CLI::Option* const diff =
+        what->add_option("--diff", o->diff, "print what differs by value between two files, with meanings")
+            ->option_text("A B")
+            ->expected(2);
+    what->add_option("--minimal", o->minimal, "print only what differs from the defaults in this file")
+        ->option_text("FILE");
+    CLI::Option* const random =
+        what->add_flag("--random", o->random, "print a setting at random in which --check finds nothing");
     what->require_option(1);
+    app.add_option("--seed", o->seed, "a seed gives the same setting everywhere")
+        ->option_text("N")
+        ->needs(random);
     app.add_option("--instance", o->instance, "the section is [eeNAME]; without it [ee]")
         ->option_text("NAME");
+    app.add_option("--other-instance", o->other_instance, "the section of the second file")
+        ->option_text("NAME")
+        ->needs(diff);
     app.add_option("--set", o->set, "give a register this value; may be repeated")
         ->option_text("KEY=VALUE")
         ->needs(out)
         ->allow_extra_args(false);
     app.add_flag("--reset", o->reset, "start from the defaults, whatever the file has")->needs(out);
     app.add_flag("--complete", o->complete, "every register that is not set is a finding")->needs(check);
-    return [o] { return o->check.empty() ? write_ini(*o) : check_ini(*o); };
+    return [o] {
+        if (o->random && !o->seed) {
+            throw CLI::RequiredError("--seed");
+        }
+        return o->random             ? print_random(*o)
+               : !o->minimal.empty() ? print_minimal(*o)
+               : !o->diff.empty()    ? print_differences(*o)
+               : !o->check.empty()   ? check_ini(*o)
+                                     : write_ini(*o);
+    };
 }
 
 }  // namespace
 
 const Command kIni = {
-    "ini", "Write, rewrite or check a register file",
+    "ini", "Write, rewrite, check or compare register files",
     "  eetool ini --out ee.ini --instance 0\n"
     "  eetool ini --out ee.ini --instance 0 --set reg_ee_texture_mode=0 --set reg_ee_total_gain=64\n"
-    "  eetool ini --check ee.ini --instance 0\n",
+    "  eetool ini --check ee.ini --instance 0\n"
+    "  eetool ini --random --seed 7 >drawn.ini\n"
+    "  eetool ini --minimal drawn.ini\n",
     "--out on a file that is not there writes every register's default. On one that is, the section is\n"
     "written anew with the values that the file gives, defaults where it gives none, and other sections\n"
     "stay; comments and unknown keys inside the section go.\n"
     "--check ends with status 0 when all is well, 1 with findings, 2 when the file cannot be read.\n"
-    "Registers that are not set are counted, and are findings with --complete.\n",
+    "Registers that are not set are counted, and are findings with --complete.\n"
+    "--diff ends with 0 when all values are the same, 1 when some differ, 2 when a file cannot be read; a\n"
+    "register that a file does not set has its default.\n",
     declare};
 
 }  // namespace eetool
