@@ -140,7 +140,8 @@ std::vector<std::string> differences(const Registers& a, const Registers& b) {
             ++end;
         } while (end < EE_REG_COUNT && kRegTable[end].group != cm::kSingle && kRegTable[end].place != 0);
         if (!values.empty()) {
-            lines.push_back(name + ":" + values + "; " + row.meaning);
+            lines.push_back(name);
+            lines.back().append(":").append(values).append("; ").append(row.meaning);
         }
         slot = end;
     }
