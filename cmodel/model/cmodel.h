@@ -177,31 +177,39 @@ typedef struct cmodel_frame {
 } cmodel_frame;
 
 /* Whether frames that are begun from now on keep the rows of a stage (or of "output", which they do at the
- * start) until they are pulled. Returns 0. */
+ * start) until they are pulled. Returns 0, or CMODEL_BAD_ARGUMENT for a stage that the pipeline does not
+ * have. */
 CMODEL_API int cmodel_keep_rows(cmodel* model, const char* stage, int keep);
 
 /* Begins a frame with the registers as they are now; later changes do not reach it. Returns its number, above
- * 0. The frame before must have all its rows or have been dropped; its rows can still be pulled. */
+ * 0. The frame before must have all its rows or have been dropped; its rows can still be pulled. Fails with
+ * CMODEL_BAD_ARGUMENT for a size or a depth that cannot be, CMODEL_NOT_READY when the frame before lacks rows
+ * or the registers want an input or a kept stage that this frame does not have, and CMODEL_NO_MEMORY. */
 CMODEL_API int cmodel_begin(cmodel* model, const cmodel_frame* frame);
 
 /* The next row of an input of the frame begun last: `count` samples, `step` bytes apart. Chroma rows have
- * half of the width, rounded up; there are as many as of luma. Returns 0. */
+ * half of the width, rounded up; there are as many as of luma. Returns 0. Fails with CMODEL_NOT_READY when no
+ * frame was begun, and with CMODEL_BAD_ARGUMENT for an input that the frame does not have, another count than
+ * its width, a type that does not exist, no samples, or a row beyond the last. */
 CMODEL_API int cmodel_push(cmodel* model, const char* input, const void* samples, int count, int type,
                            ptrdiff_t step);
 
 /* How many rows of a stage (or of "output") of a frame are ready and not yet pulled. Row y of the output is
  * ready once luma and fused luma were pushed up to row y + cmodel_look_ahead(), or to the last, and the other
- * inputs up to row y; rows of stages then at the latest. */
+ * inputs up to row y; rows of stages then at the latest. CMODEL_BAD_ARGUMENT for a frame that does not exist
+ * any more or does not keep the stage. */
 CMODEL_API int cmodel_ready(cmodel* model, int frame, const char* stage);
 
-/* Takes the next row into `count` samples and returns its number, from 0; CMODEL_NOT_READY when none is
- * ready. A value that only samples beyond an input's depth can make and that the type does not hold is
- * CMODEL_BAD_ARGUMENT; the row stays, for a larger type. When all rows that it keeps were pulled, a frame is
- * gone. */
+/* Takes the next row into `count` samples and returns its number, from 0. When all rows that it keeps were
+ * pulled, a frame is gone. Fails with CMODEL_NOT_READY when no row is ready, and with CMODEL_BAD_ARGUMENT for
+ * a frame or a stage as above, another count than luma's width, samples that overlap, and a type that does
+ * not hold the stage's least and greatest value, or a value of this row that only samples beyond an input's
+ * depth can make. The row then stays, for a larger type. */
 CMODEL_API int cmodel_pull(cmodel* model, int frame, const char* stage, void* samples, int count, int type,
                            ptrdiff_t step);
 
-/* Drops a frame, its rows and what was pushed for it. Returns 0. */
+/* Drops a frame, its rows and what was pushed for it. Returns 0, or CMODEL_BAD_ARGUMENT when there is none of
+ * that number. */
 CMODEL_API int cmodel_drop(cmodel* model, int frame);
 
 /* Rows that the pipeline looks ahead under the registers as they are: 5 in texture mode 1, 2 in mode 0, 4 in
