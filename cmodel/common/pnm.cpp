@@ -17,7 +17,6 @@
 namespace cm {
 namespace {
 
-constexpr int kEofByte = -1;  // what a byte past the end of a file counts as
 constexpr size_t kWriteChunk = size_t{1} << 16;
 
 // ---- Reading ----

@@ -15,6 +15,8 @@
 
 namespace cm {
 
+inline constexpr int kEofByte = -1;  // what a byte past the end of a file counts as
+
 enum class PnmKind : char { kGrey = '5', kColour = '6' };
 
 // One image as it stands in its file: interleaved samples of 0..4 big-endian bytes. A file that

@@ -18,7 +18,6 @@ using cm::Wrap;
 namespace {
 
 constexpr size_t kRawBytes = 2;
-constexpr int kEofByte = -1;  // what a byte past the end of a file counts as
 
 void require_channel(const FRAME& frame, int c, const char* function) {
     if (c < 0 || static_cast<uint32_t>(c) >= frame.channels) {
@@ -36,8 +35,8 @@ size_t read_at(FILE* in, int64_t offset, uint8_t* dst, size_t size) {
 
 int32_t decode_raw(const uint8_t* row, size_t present, size_t x) {
     const size_t at = kRawBytes * x;
-    const Wrap low = at < present ? row[at] : kEofByte;
-    const Wrap high = at + 1 < present ? row[at + 1] : kEofByte;
+    const Wrap low = at < present ? row[at] : cm::kEofByte;
+    const Wrap high = at + 1 < present ? row[at + 1] : cm::kEofByte;
     return low + high * 256;
 }
 

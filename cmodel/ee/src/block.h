@@ -69,6 +69,8 @@ struct BlockRows {
     int64_t* events;  // what the block counts for its report
 };
 
+inline constexpr size_t kMaxImagePath = 1023;
+
 // What a report is made of. The planes are there only when images are wanted.
 struct BlockReport {
     RecordLog& log;
@@ -80,7 +82,7 @@ struct BlockReport {
     const RowSource* out[kMostOutputs];
 
     bool images() const { return image_dir != nullptr; }
-    // image_dir/name or image_dir/tag_name, at most 1023 characters.
+    // image_dir/name or image_dir/tag_name, cut to kMaxImagePath characters.
     std::string image_path(const char* name) const;
 };
 

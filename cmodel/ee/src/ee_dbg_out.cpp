@@ -10,8 +10,6 @@
 namespace cm {
 namespace {
 
-constexpr size_t kMaxPath = 1023;
-
 // view = ((v << shift) >> 3) + (signed ? 128 : 0), clamped
 CM_INLINE int32_t debug_view(int32_t value, bool is_signed, int shift) {
     const Wrap t = Wrap(shl_mod32(value, shift) >> 3) + (is_signed ? 128 : 0);
@@ -64,7 +62,7 @@ void debug_view_row(const int16_t* in, int16_t* out, int width, const DebugView&
 
 std::string BlockReport::image_path(const char* name) const {
     const std::string tagged = *tag != '\0' ? std::string(tag) + "_" + name : name;
-    return (std::string(image_dir) + "/" + tagged).substr(0, kMaxPath);
+    return (std::string(image_dir) + "/" + tagged).substr(0, kMaxImagePath);
 }
 
 void write_sign_image(const std::string& path, const RowSource& delta) {
