@@ -19,7 +19,8 @@ struct Command {
     const char* summary;
     const char* examples;  // command lines that work one after the other in an empty directory
     const char* notes;     // printed after the options
-    // Declares the options; the result is run once they are parsed, and gives the exit status.
+    // Declares the options; the result is run once they are parsed, and gives the exit status. A Cannot that
+    // it throws is told on standard error.
     std::function<int()> (*declare)(CLI::App& app);
 };
 

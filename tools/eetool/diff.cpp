@@ -661,12 +661,8 @@ std::function<int()> declare(CLI::App& app) {
     return [o] {
         try {
             return Diff(*o).go();
-        } catch (const Cannot& e) {
-            std::fprintf(stderr, "eetool: %s\n", e.what());
-            return int{kCannot};
         } catch (const Json::exception& e) {
-            std::fprintf(stderr, "eetool: a run.json is no record of a run: %s\n", e.what());
-            return int{kCannot};
+            throw Cannot(std::string("a run.json is no record of a run: ") + e.what());
         }
     };
 }

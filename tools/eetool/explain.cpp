@@ -33,14 +33,7 @@ std::function<int()> declare(CLI::App& app) {
     const auto o = std::make_shared<Options>();
     declare_frame_options(app, *o);
     app.add_option("--at", o->at, "column and row, from 0")->option_text("X,Y (required)")->required();
-    return [o] {
-        try {
-            return explain(*o);
-        } catch (const Cannot& e) {
-            std::fprintf(stderr, "eetool: %s\n", e.what());
-            return int{kCannot};
-        }
-    };
+    return [o] { return explain(*o); };
 }
 
 }  // namespace

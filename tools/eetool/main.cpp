@@ -10,6 +10,7 @@
 #include "cmodel.h"
 #include "commands.h"
 #include "fatal.h"
+#include "stage_files.h"
 
 namespace eetool {
 
@@ -71,6 +72,8 @@ int main(int argc, char** argv) {
         }
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
+    } catch (const eetool::Cannot& e) {
+        std::fprintf(stderr, "eetool: %s\n", e.what());
     }
     return eetool::kCannot;
 }

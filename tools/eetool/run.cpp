@@ -208,14 +208,7 @@ std::function<int()> declare(CLI::App& app) {
         ->option_text("NAME [npy]")
         ->check(CLI::IsMember({"npy", "raw", "hex", "pgm"}))
         ->needs(stages);
-    return [o] {
-        try {
-            return run(*o);
-        } catch (const Cannot& e) {
-            std::fprintf(stderr, "eetool: %s\n", e.what());
-            return int{kCannot};
-        }
-    };
+    return [o] { return run(*o); };
 }
 
 }  // namespace
