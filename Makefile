@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
-.PHONY: all demo test test-long bench fuzz mutate deps release clean
+.PHONY: all demo test test-long abi bench fuzz mutate deps release clean
 
 all: release
 
@@ -25,6 +25,11 @@ test: deps
 # What takes more than two minutes: all steps of the fault tests, 20,000 runs against the plain model.
 test-long: release
 	ctest --preset release -C Long -L long
+
+# The library's binary interface beside that of the last release.
+abi: deps
+	@tools/install_packages.sh packages-abi.txt
+	packaging/abi/check.sh check . build/abi
 
 # The tables of docs/performance.md, and the time of each block. PHOTO=picture.ppm measures a photograph
 # (8-bit P6); without it a synthetic picture serves.

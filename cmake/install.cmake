@@ -12,7 +12,7 @@ set(CMODEL_PUBLIC_HEADERS
     cmodel/model/cmodel.h)
 list(TRANSFORM CMODEL_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
 
-# Of libcmodel.so only the C names stay visible; templates of the C++ library are not hidden by the compiler.
+# Of libcmodel.so only the names of the headers are visible, each with its version.
 set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 target_link_options(cmodel_shared PRIVATE LINKER:--version-script=${exports})
 set_property(TARGET cmodel_shared APPEND PROPERTY LINK_DEPENDS ${exports})

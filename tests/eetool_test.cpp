@@ -77,7 +77,7 @@ TEST_F(Eetool, ExamplesInTheHelpWork) {
 TEST_F(Eetool, TellsVersionAndCommit) {
     const Result result = run("--version");
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(result.text.starts_with("eetool 1.0.0 (commit ")) << result.text;
+    EXPECT_TRUE(result.text.starts_with("eetool " CMODEL_VERSION " (commit ")) << result.text;
 }
 
 TEST_F(Eetool, NamesTwentyMistakesWithTheirLines) {

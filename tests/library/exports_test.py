@@ -29,12 +29,14 @@ def declared_names(header):
 
 def main(nm, library, page, *headers):
     symbols = subprocess.run([nm, "-D", "--defined-only", library], check=True, capture_output=True, text=True)
-    exported = {line.split()[-1] for line in symbols.stdout.splitlines()}
+    versioned = [line.split()[-1] for line in symbols.stdout.splitlines() if " A " not in line]
+    exported = {name.split("@")[0] for name in versioned}
     declared = set().union(*(declared_names(read(header)) for header in headers))
     listed = set(re.findall(r"^\| `(\w+)", read(page), flags=re.M))
     findings = {
-        "declared but not exported": declared - exported,
+        "declared but not exported (by a node of cmake/exports.map, with CM_API or CMODEL_API)": declared - exported,
         "exported but not declared": exported - declared,
+        "exported without a version": {name for name in versioned if "@@CMODEL_" not in name},
         "not on the API page": declared - listed,
         "on the API page but not declared": listed - declared,
     }
