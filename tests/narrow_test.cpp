@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <random>
+#include <string_view>
 #include <vector>
 
 #include "row_pipeline.h"
@@ -77,7 +78,7 @@ TEST(Narrow, EveryBlockHasTheBitsOfItsPlainForm) {
         return std::uniform_int_distribution<int32_t>(low, high)(random);
     };
     int narrow_settings = 0;
-    for (int round = 0; round < 240; ++round) {
+    for (int round = 0; round < 480; ++round) {
         Registers registers;
         for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
             const RegRow& row = kRegTable[slot];
@@ -85,8 +86,14 @@ TEST(Narrow, EveryBlockHasTheBitsOfItsPlainForm) {
                 row.bits == 20 ? (round % 2 != 0 ? 4095 : 1 << between(8, 15)) : row.greatest();
             const int end = between(0, 9);
             registers.set(slot, end == 0 ? row.least() : end == 1 ? high : between(row.least(), high));
-            if (row.is_followed_by("EE_ChromaGain") && row.bits == 8) {
+            const std::string_view key = row.key;
+            if ((row.is_followed_by("EE_ChromaGain") && row.bits == 8) ||
+                key.starts_with("reg_ee_mcore_gain")) {
                 registers.set(slot, between(0, 128));
+            } else if (round % 4 == 1 && key.ends_with("_edge_thr")) {  // the largest windows' energy is near
+                registers.set(slot, between(300, 1200));
+            } else if (round % 4 == 1 && key.ends_with("_edge_region")) {
+                registers.set(slot, 3);
             }
         }
         const int level = round % 3;  // 8-bit luma, small fused luma; more of both
@@ -149,7 +156,7 @@ TEST(Narrow, EveryBlockHasTheBitsOfItsPlainForm) {
         }
     }
     set_row_target(best_row_target());
-    EXPECT_GT(narrow_settings, 100);
+    EXPECT_GT(narrow_settings, 600);
 }
 
 }  // namespace

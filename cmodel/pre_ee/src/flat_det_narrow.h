@@ -28,11 +28,17 @@ CM_INLINE void sum_columns(Rows16 rows, int64_t x0, uint16_t* __restrict column,
     }
 }
 
-// The energy that an edge has to pass: (threshold * luma of the window) >> 10, cut to 65535. In 16 bits where
-// no window of the tile passes 16383.
+// The energies that edges have to pass in a tile: (threshold * luma of the window) >> 10, as a part of at
+// most 65535 and what is above it. A window of radius 2 has an energy of at most 25 * 2047 = 51175, so that
+// the first part decides; one of radius 3 at most 49 * 2047 = 100303.
+struct EdgeLevels {
+    uint16_t low[kTile], above[kTile];
+};
+
+// In 16 bits where no window of the tile passes 16383.
 template <int R>
-CM_INLINE void find_edge_level(Rows16 luma, int64_t x0, int32_t threshold, uint16_t* __restrict level,
-                               int tile) {
+CM_INLINE void find_edge_levels(Rows16 luma, int64_t x0, int32_t threshold, EdgeLevels& __restrict level,
+                                int tile) {
     uint16_t column[kTile + 2 * R];
     sum_columns<R>(luma, x0, column, tile);
     uint16_t most = 0;
@@ -47,7 +53,8 @@ CM_INLINE void find_edge_level(Rows16 luma, int64_t x0, int32_t threshold, uint1
             for (int k = 0; k <= 2 * R; ++k) {
                 s = static_cast<uint16_t>(s + column[i + k]);
             }
-            level[i] = high_product(static_cast<uint16_t>(s << 2), factor);
+            level.low[i] = high_product(static_cast<uint16_t>(s << 2), factor);
+            level.above[i] = 0;
         }
         return;
     }
@@ -57,15 +64,16 @@ CM_INLINE void find_edge_level(Rows16 luma, int64_t x0, int32_t threshold, uint1
         for (int k = 0; k <= 2 * R; ++k) {
             s += column[i + k];
         }
-        level[i] =
-            static_cast<uint16_t>(std::min<uint32_t>((s * static_cast<uint32_t>(threshold)) >> 10, 65535));
+        const uint32_t whole = (s * static_cast<uint32_t>(threshold)) >> 10;
+        level.low[i] = static_cast<uint16_t>(std::min<uint32_t>(whole, 65535));
+        level.above[i] = static_cast<uint16_t>(std::min<uint32_t>(whole - level.low[i], 65535));
     }
 }
 
-// All ones where the deltas' energy in the window passes the level. A window of radius 3 may add up to more
-// than 16 bits, so it is taken in two parts.
+// All ones where the deltas' energy in the window passes the level. That of radius 3 is taken in two parts of
+// at most 57316 and 42987: `low` is above the left one wherever the level passes 65535.
 template <int R>
-CM_INLINE void find_edges(Rows16 delta, int64_t x0, const uint16_t* level, int16_t* __restrict edge,
+CM_INLINE void find_edges(Rows16 delta, int64_t x0, const EdgeLevels& level, int16_t* __restrict edge,
                           int tile) {
     uint16_t column[kTile + 2 * R];
     sum_columns<R>(delta, x0, column, tile);
@@ -80,10 +88,11 @@ CM_INLINE void find_edges(Rows16 delta, int64_t x0, const uint16_t* level, int16
             right = static_cast<uint16_t>(right + column[i + k]);
         }
         if constexpr (R <= 2) {
-            edge[i] = mask16(level[i] < static_cast<uint16_t>(left + right));
+            edge[i] = mask16(level.low[i] < static_cast<uint16_t>(left + right));
         } else {
-            const uint16_t rest = static_cast<uint16_t>(std::max(level[i], left) - left);
-            edge[i] = static_cast<int16_t>(mask16(level[i] < left) | mask16(rest < right));
+            const uint16_t rest = static_cast<uint16_t>(std::max(level.low[i], left) - left);
+            const uint16_t beyond = static_cast<uint16_t>(std::max(rest, right) - rest);
+            edge[i] = static_cast<int16_t>(mask16(level.low[i] < left) | mask16(level.above[i] < beyond));
         }
     }
 }

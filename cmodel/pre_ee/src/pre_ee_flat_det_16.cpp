@@ -49,7 +49,7 @@ CM_INLINE void decide16(const int16_t* luma, const int16_t* delta_in, const int1
 }
 
 CM_ROW_FUNCTION(flat_det_row16, (const BlockRows<int16_t>& rows, const FlatDet& c), (rows, c)) {
-    uint16_t dark_level[kTile], bright_level[kTile];
+    EdgeLevels dark_level, bright_level;
     Evidence16 evidence{};
     for (int64_t x0 = 0; x0 < rows.width; x0 += kTile) {
         const int tile = tile_at(x0, rows.width);
@@ -64,13 +64,13 @@ CM_ROW_FUNCTION(flat_det_row16, (const BlockRows<int16_t>& rows, const FlatDet& 
         const bool has_bright = high >= c.dark_luma_thr && high >= c.bright_luma_thr;
         if (has_dark) {
             with_constant(c.dark_radius, [&](auto r) CM_INLINE_LAMBDA {
-                find_edge_level<decltype(r)::value>(rows.window[1], x0, c.dark_edge_thr, dark_level, tile);
+                find_edge_levels<decltype(r)::value>(rows.window[1], x0, c.dark_edge_thr, dark_level, tile);
             });
         }
         if (has_bright) {
             with_constant(c.bright_radius, [&](auto r) CM_INLINE_LAMBDA {
-                find_edge_level<decltype(r)::value>(rows.window[0], x0, c.bright_edge_thr, bright_level,
-                                                    tile);
+                find_edge_levels<decltype(r)::value>(rows.window[0], x0, c.bright_edge_thr, bright_level,
+                                                     tile);
             });
         }
         for (int band = 0; band < 2 && rows.out[2 * band] != nullptr; ++band) {
