@@ -173,6 +173,8 @@ constexpr CM_INLINE int16_t with_sign16(int16_t negative, int16_t mag) {
 
 // Largest magnitude of a depth-11 delta.
 inline constexpr int32_t kDeltaMax = 2047;
+// Largest total gain, 256 for 1.0.
+inline constexpr int32_t kTotalGainMax = 4095;
 
 }  // namespace cm
 

@@ -13,7 +13,7 @@ inline constexpr int kMaxReach = 3;
 // then.
 template <typename T>
 void pad_row(T* row, int width) {
-    if (width > kMaxReach) {
+    if (width > kMaxReach) {  // mirror() without its loop
         for (int k = 1; k <= kMaxReach; ++k) {
             row[-k] = row[k];
             row[int64_t{width} - 1 + k] = row[int64_t{width} - 1 - k];

@@ -369,8 +369,7 @@ class Run {
         };
         Listener listener(m_);
         for (int i = 0; i < m_.configured.steps(); ++i) {
-            const BlockReport report{listener,       nullptr, "", source(Plane::y)->depth(),
-                                     rows.events(i), {},      {}};
+            const BlockReport report{listener, nullptr, "", rows.events(i), {}, {}};
             m_.configured.step(i).block->report(m_.configured.config(i), report);
         }
     }

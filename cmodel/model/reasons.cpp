@@ -8,6 +8,7 @@
 
 #include "common.h"
 #include "ee_hw.h"
+#include "pre_ee_blocks.h"
 
 namespace cm {
 namespace {
@@ -122,15 +123,16 @@ std::string line_test(const Pixel& p, const char* delta, bool down) {
 Lines texture_reasons(const Pixel& p, const std::string& band) {
     static const char* const kClasses[] = {"dark flat", "dark edge",   "mid-tone",
                                            "line",      "bright edge", "bright flat"};
+    static_assert(std::size(kClasses) == kBrightFlat + 1);
     const std::string in = "y_" + band, fused = "yfusion_" + band;
     const int32_t texture = p.plane((band + "_texture").c_str());
     const int32_t luma = p.plane("yfusion");
-    Lines lines = {std::string("class: ") + kClasses[std::clamp(texture, 0, 5)]};
-    if (texture <= 1) {
+    Lines lines = {std::string("class: ") + kClasses[std::clamp<int32_t>(texture, kDarkFlat, kBrightFlat)]};
+    if (texture <= kDarkEdge) {
         lines.push_back("fused luma " + str(luma) +
                         " is below reg_ee_dark_luma_thr = " + str(p.reg("reg_ee_dark_luma_thr")));
         lines.push_back(edge_test(p, "dark", fused.c_str(), "yfusion"));
-    } else if (texture == 2) {
+    } else if (texture == kMidTone) {
         lines.push_back("fused luma " + str(luma) +
                         " is from reg_ee_dark_luma_thr = " + str(p.reg("reg_ee_dark_luma_thr")) +
                         " and below reg_ee_bright_luma_thr = " + str(p.reg("reg_ee_bright_luma_thr")));
@@ -139,7 +141,7 @@ Lines texture_reasons(const Pixel& p, const std::string& band) {
                         " is from reg_ee_bright_luma_thr = " + str(p.reg("reg_ee_bright_luma_thr")));
         lines.push_back(line_test(p, fused.c_str(), true));
         lines.push_back(line_test(p, fused.c_str(), false));
-        if (texture > 3) {
+        if (texture > kLine) {
             lines.push_back(edge_test(p, "bright", in.c_str(), "y"));
         }
     }
@@ -149,14 +151,14 @@ Lines texture_reasons(const Pixel& p, const std::string& band) {
 Lines chosen_delta_reasons(const Pixel& p, const std::string& band) {
     const std::string delta = band + "_delta";
     const int32_t texture = p.plane((band + "_texture").c_str());
-    const std::string chosen = (texture == 1 || texture == 5 ? "y_" : "yfusion_") + band;
+    const std::string chosen = (texture == kDarkEdge || texture == kBrightFlat ? "y_" : "yfusion_") + band;
     const int32_t from = p.plane(chosen.c_str());
-    if (texture == 2 || texture == 5) {
+    if (texture == kMidTone || texture == kBrightFlat) {
         return {chosen + " = " + str(from) + " as it is"};
     }
-    const std::string key = texture <= 1   ? "reg_ee_dark_edge_strength"
-                            : texture == 3 ? "reg_ee_line_strength"
-                                           : "reg_ee_bright_edge_strength";
+    const std::string key = texture <= kDarkEdge ? "reg_ee_dark_edge_strength"
+                            : texture == kLine   ? "reg_ee_line_strength"
+                                                 : "reg_ee_bright_edge_strength";
     const int64_t scaled = int64_t{p.reg(key)} * std::abs(int64_t{from}) >> 10;
     return {chosen + " = " + str(from) + " times " + key + " = " + str(p.reg(key)) + "/1024" +
             (scaled > 2047 ? ", cut from " + str(scaled) + " to 2047" : "")};

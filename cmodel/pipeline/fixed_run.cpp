@@ -60,11 +60,9 @@ void run_rows(const ConfiguredPipeline& pipeline, const RunPlanes& planes, int64
     }
 }
 
-void report(const ConfiguredPipeline& pipeline, int i, int luma_depth, int64_t events,
-            const KeptPlanes* kept) {
+void report(const ConfiguredPipeline& pipeline, int i, int64_t events, const KeptPlanes* kept) {
     const Step& step = pipeline.step(i);
-    BlockReport report{
-        global_log(), kept != nullptr ? dbg_path : nullptr, step.tag, luma_depth, events, {}, {}};
+    BlockReport report{global_log(), kept != nullptr ? dbg_path : nullptr, step.tag, events, {}, {}};
     for (int k = 0; k < step.block->inputs && kept != nullptr; ++k) {
         report.in[k] = (*kept)[step.read(k, pipeline.variant())];
     }
@@ -127,9 +125,8 @@ void run_fixed(const PipelineRow& row, const InputPlanes& inputs, RowSink& sink)
     } else {
         run_rows<int32_t>(pipeline, planes, events);
     }
-    const int measured_depth = &row == &kClassicEe ? row_of(Plane::clean_y).depth : luma.depth();
     for (int i = 0; i < pipeline.steps(); ++i) {
-        report(pipeline, i, measured_depth, events[i], kept ? &*kept : nullptr);
+        report(pipeline, i, events[i], kept ? &*kept : nullptr);
     }
 } catch (const std::bad_alloc&) {  // of what is kept for images, and of the images
     fail_without_memory();

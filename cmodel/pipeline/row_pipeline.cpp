@@ -9,9 +9,9 @@
 namespace cm {
 namespace {
 
-// Bounds of the inputs under which every plane fits 16 bits and flat detection may add up seven rows in them.
+// Bounds of the inputs under which every plane fits 16 bits.
 constexpr int32_t narrow_greatest(int input) {
-    return input == index_of(Plane::yfusion) ? 32767 / 7 : 255;
+    return input == index_of(Plane::yfusion) ? kNarrowFusionMax : 255;
 }
 
 }  // namespace

@@ -31,7 +31,8 @@ class ConfiguredPipeline {
     // The plane that the output shows.
     Plane output() const { return view_ != nullptr ? view_->plane : Plane::sharpened; }
 
-    // Whether 16-bit rows hold every sample, given inputs that narrow_greatest() bounds.
+    // Whether 16-bit rows hold every sample, given fused luma up to kNarrowFusionMax and other inputs of
+    // 8 bits.
     bool fits_narrow() const { return fits_narrow_; }
 
   private:

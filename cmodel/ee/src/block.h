@@ -50,6 +50,9 @@ struct BlockOutput {
 // Frames of fewer pixels are done before a table of all chroma values is.
 inline constexpr size_t kManyPixels = 3 * 256 * 256;
 
+// Up to it, fused luma goes in 16-bit rows: flat detection adds up seven samples in 16 bits.
+inline constexpr int32_t kNarrowFusionMax = 32767 / 7;
+
 // What a configuration depends on beside the registers.
 struct BlockSetup {
     int in_depth;    // of the first input
@@ -71,18 +74,19 @@ struct BlockRows {
 
 inline constexpr size_t kMaxImagePath = 1023;
 
-// What a report is made of. The planes are there only when images are wanted.
+// What a report is made of. In a pipeline only planes that are marked as shown are there, and those only when
+// images are wanted: they are kept whole while the rows run, and the block's report() writes the images
+// after.
 struct BlockReport {
     RecordLog& log;
     const char* image_dir;  // null when images are not wanted
     const char* tag;        // of the images' names; may be empty
-    int in_depth;  // of the luma that the pipeline measures on; of a block called alone, of its first input
     int64_t events;
     const RowSource* in[kMostInputs];
     const RowSource* out[kMostOutputs];
 
     bool images() const { return image_dir != nullptr; }
-    // image_dir/name or image_dir/tag_name, cut to kMaxImagePath characters.
+    // image_dir/name or image_dir/tag_name, cut to kMaxImagePath characters. (ee_dbg_out.cpp)
     std::string image_path(const char* name) const;
 };
 
@@ -105,7 +109,9 @@ struct Block : BlockText {
     // For run_narrow() when the block is called alone: the magnitude that no input sample may pass. 0: it
     // does not pay.
     int32_t narrow_bound;
-    bool (*fits_narrow)(const void* config);  // whether 16-bit rows hold whatever 8-bit planes make
+    // Whether 16-bit rows hold whatever the block makes of fused luma up to kNarrowFusionMax and other inputs
+    // of 8 bits.
+    bool (*fits_narrow)(const void* config);
     void (*report)(const void* config, const BlockReport& report);
 };
 

@@ -157,8 +157,7 @@ void run_on_frames(const Block& block, std::initializer_list<FrameInput> in,
     const int64_t events =
         run(block, config, sources, plain, out, width, int64_t{height} + extra_rows, memory);
 
-    BlockReport report{
-        global_log(), dump_dbg_img != 0 ? dbg_path : nullptr, tag, in.begin()->frame->depth, events, {}, {}};
+    BlockReport report{global_log(), dump_dbg_img != 0 ? dbg_path : nullptr, tag, events, {}, {}};
     std::optional<FrameSource> results[kMostOutputs];
     for (int i = 0; i < block.inputs; ++i) {
         report.in[i] = &*frames[i];

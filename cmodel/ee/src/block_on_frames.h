@@ -13,7 +13,7 @@ struct FrameInput {
     int channel = 0;
 };
 struct FrameOutput {
-    FRAME* frame;  // null: the output is not wanted (optional ones only)
+    FRAME* frame;  // null: the output is not wanted, where the block looks for it
     int channel = 0;
 };
 

@@ -2,6 +2,9 @@
 // brightness or fixed, blended by motion:
 //
 //   level = ((128 - w) * still + w * moving) >> (15 - depth)      w: share of the moving level, in 128ths
+//
+// Intended: a bit of depth doubles the level, so that a register of 1 is an eighth of a code for 8-bit luma
+// and 16 such eighths for 12-bit luma, whose deltas only double.
 #include <algorithm>
 #include <iterator>
 
@@ -30,6 +33,7 @@ struct CalcCore {
     CurveTable weight;     // share of the moving level, by motion
     CurveTable by_motion;  // the level, where neither depends on brightness
     int shift;             // takes the 128ths of the blend off, less a bit for each that luma has above 8
+    bool too_deep;
 
     void configure(const Registers& r, const BlockSetup& setup) {
         by_lowpass = r[reg_ee_lumaref_lpf_en] == 1;
@@ -42,6 +46,7 @@ struct CalcCore {
         }
         weight.set(r, reg_ee_mcore_gain_lut_in_0);
         shift = (Wrap(15) - setup.in_depth) & 31;
+        too_deep = setup.in_depth > 12;
         for (int v = 0; v <= 256; ++v) {
             const Wrap w = weight.entry[v];
             by_motion.entry[v] = ((kUnitWeight - w) * still.entry[0] + w * moving.entry[0]) >> shift;
@@ -49,8 +54,8 @@ struct CalcCore {
         by_motion.finish();
     }
 
-    // Weights above the whole make levels below zero; luma of 12 bits levels up to 4080, deeper luma larger
-    // ones than coring takes.
+    // Weights above the whole make levels below zero. Luma of 12 bits makes levels up to 4080; deeper luma
+    // makes larger ones than coring takes in 16 bits.
     bool fits_narrow() const {
         return shift >= 15 - 12 &&
                *std::max_element(std::begin(weight.entry), std::end(weight.entry)) <= kUnitWeight;
@@ -76,7 +81,7 @@ struct CalcCore {
     }
 
     void report(const BlockReport& report) const {
-        if (report.in_depth > 12) {
+        if (too_deep) {
             report.log.record(
                 LOG_ERROR, at::kCoreDepth,
                 "[EE_CalcCore]: depth > 12 and would cause error in the following shift operations\n");

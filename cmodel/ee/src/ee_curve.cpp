@@ -99,7 +99,7 @@ void CurveTable::set(const Registers& r, int first_slot) {
         slope[k] = k < kKnots - 1 ? r[first_slot + kCurveSlope + k] : 0;
     }
     for (int v = 0; v <= 256; ++v) {
-        entry[v] = CM_LUT(v, in, out, slope, kKnots, 4);
+        entry[v] = CM_LUT(v, in, out, slope, kKnots, kSlopeShift);
     }
     finish();
 }

@@ -16,6 +16,7 @@ namespace cm {
 inline constexpr int kKnots = 4;
 inline constexpr int kCurveOut = kKnots;
 inline constexpr int kCurveSlope = 2 * kKnots;
+inline constexpr int kSlopeShift = 4;
 
 // A curve for any input: knots lie in 0..255, so inputs below and above act as 0 and 256 do.
 struct CurveTable {

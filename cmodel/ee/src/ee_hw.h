@@ -33,8 +33,8 @@ CM_API void EE_CalcDeltaRef(const FRAME* max, const FRAME* min, FRAME* range);
  * channels of out. Cb and Cr at luma width. Size: Y. */
 CM_API void EE_GenLPF3x3(const FRAME* Y, const FRAME* Cb, const FRAME* Cr, FRAME* out);
 
-/* Coring level from brightness (Y or channel 0 of ref) and motion, in units of Y's depth. A Y
- * deeper than 12 bits is logged at ERROR. Size: Y. */
+/* Coring level from brightness (Y or channel 0 of ref) and motion: the registers' level for a Y of 8 bits,
+ * twice that for each bit more. A Y deeper than 12 bits is logged at ERROR. Size: Y. */
 CM_API void EE_CalcCore(const FRAME* Y, const FRAME* ref, const FRAME* motion, FRAME* core);
 
 /* Cores the MF and HF deltas and blends them into one. Size: out. */

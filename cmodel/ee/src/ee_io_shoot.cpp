@@ -53,9 +53,9 @@ struct IOShoot {
     }
 };
 
-// The share of the excess that passes, and the final division's half: to nearest, or rounded down.
+// The share of the excess that passes, to nearest or rounded down, with half of the final division.
 template <Shoot kKind>
-CM_INLINE int32_t pass_excess(int32_t excess, int32_t gain_q4, int32_t sign) {
+CM_INLINE int32_t excess_share_and_half(int32_t excess, int32_t gain_q4, int32_t sign) {
     const Wrap scaled = Wrap(gain_q4) * Wrap(excess);
     if constexpr (kKind == Shoot::kPro) {
         return Wrap((scaled + 8 * sign) / 16) + kRound * sign;
@@ -69,8 +69,8 @@ CM_INLINE int32_t limit_delta(int32_t delta, int32_t luma, int32_t max, int32_t 
     const Wrap d = delta;
     const Wrap up = (c.over_thr + (Wrap(max) - Wrap(luma))) * 8;
     const Wrap down = (Wrap(min) - Wrap(luma) - c.under_thr) * 8;
-    const int32_t over = pass_excess<kKind>(max32(d - up, 0), c.over_gain_q4, 1);
-    const int32_t under = pass_excess<kKind>(min32(d - down, 0), c.under_gain_q4, -1);
+    const int32_t over = excess_share_and_half<kKind>(max32(d - up, 0), c.over_gain_q4, 1);
+    const int32_t under = excess_share_and_half<kKind>(min32(d - down, 0), c.under_gain_q4, -1);
     const Wrap base = delta >= 0 ? min32(up, delta) : max32(down, delta);
     Wrap v = base + (delta >= 0 ? over : under);
     if constexpr (kKind == Shoot::kPro) {

@@ -10,13 +10,14 @@
 
 #include "common.h"
 #include "ee_blocks.h"
+#include "ee_curve.h"
 #include "ee_reg_table.h"
 #include "fixed_point.h"
 
 namespace cm {
 namespace {
 
-constexpr int kCurveSlots = 11;
+constexpr int kCurveSlots = kCurveSlope + kKnots - 1;
 constexpr int kTableSlots = 33;
 
 struct Range {
@@ -36,8 +37,7 @@ class Setting {
         if (value(reg_ee_enable) != 1) {
             return {{reg_ee_enable}};
         }
-        const int mode = value(reg_ee_debug_mode);
-        if ((mode >= 1 && mode <= 11) || !merge_passes_image()) {
+        if (find_debug_view(value(reg_ee_debug_mode)) != nullptr || !merge_passes_image()) {
             return {};
         }
         std::vector<std::vector<int>> reasons;
@@ -62,17 +62,14 @@ class Setting {
     }
 
   private:
-    int32_t value(int slot) const {
-        const RegRow& row = kRegTable[slot];
-        return reduce_to_field(set_.slot[slot].value, row.bits, row.is_signed);
-    }
+    int32_t value(int slot) const { return set_[slot]; }
 
     int32_t curve(int first, int x) const {
         int knots[kCurveSlots];
         for (int k = 0; k < kCurveSlots; ++k) {
             knots[k] = value(first + k);
         }
-        return CM_LUT(x, knots, knots + 4, knots + 8, 4, 4);
+        return CM_LUT(x, knots, knots + kCurveOut, knots + kCurveSlope, kKnots, kSlopeShift);
     }
     Range curve_range(int first) const {
         Range range{curve(first, 0), curve(first, 0)};
@@ -124,8 +121,8 @@ class Setting {
 
     // ---- Coring ----
 
-    // The level is linear in the weight of the moving areas' level, which may exceed the whole. It is scaled
-    // by 2 to the luma's depth less 15.
+    // The level is linear in the weight of the moving areas' level, which may exceed the whole, and goes with
+    // 2^(depth - 15): the least is a negative one of 12 bits, or another of 8.
     int32_t least_core() const {
         const Range weight = curve_range(reg_ee_mcore_gain_lut_in_0);
         const bool by_brightness = value(reg_ee_luma_coring_en) == 1;
@@ -171,7 +168,7 @@ class Setting {
         gain.include(blend(weight.high, hue.high));
         return gain;
     }
-    static std::vector<int> motion_slots() { return join({}, reg_ee_motion_lut_out_0, 4); }
+    static std::vector<int> motion_slots() { return join({}, reg_ee_motion_lut_out_0, kKnots); }
     static std::vector<int> luma_slots() {
         return join({reg_ee_luma_adptctrl_en}, reg_ee_luma_adptctrl_lut_00, kTableSlots);
     }
@@ -180,7 +177,7 @@ class Setting {
     }
     static std::vector<int> chroma_slots() {
         return join(join({reg_ee_chroma_adptctrl_en}, reg_ee_chroma_adptctrl_lut_00, kTableSlots - 1),
-                    reg_ee_chroma_amp_lut_out_0, 4);
+                    reg_ee_chroma_amp_lut_out_0, kKnots);
     }
 
     // Magnitude; total gain below 0 turns deltas round.
@@ -190,7 +187,7 @@ class Setting {
         const auto total = [&](int32_t chroma_end) {
             const int32_t b = (luma_gain().high * chroma_end) >> 6;
             const int32_t gain = (a * b * delta_gain().high) >> 10;
-            return (largest_cored() * std::min(gain, 4095)) >> 8;
+            return (largest_cored() * std::min(gain, kTotalGainMax)) >> 8;
         };
         return std::max(total(std::max(chroma.high, 0)), -total(std::min(chroma.low, 0)));
     }
@@ -235,7 +232,7 @@ class Setting {
         return slots;
     }
 
-    const EE_REG_HW& set_;
+    const Registers set_;
 };
 
 }  // namespace

@@ -7,8 +7,6 @@
 namespace cm {
 namespace {
 
-constexpr int32_t kTotalGainMax = 4095;
-
 CM_ROW_TEMPLATE(total_gain_row,
                 (const T* delta, const T* luma, const T* chroma, const T* motion, T* __restrict total,
                  int width, int32_t strength),

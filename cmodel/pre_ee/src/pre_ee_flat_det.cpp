@@ -9,15 +9,17 @@
 //             edge (the input's energy):  df * bright strength
 //             flat:                       di
 //
-// Intended: the dark edge test measures the fused pair and outputs the input's delta, the bright edge
-// test the other way round; a bright flat area keeps its delta unscaled.
+// In the code di is delta_in, df delta_fusion. Intended: the dark edge test measures the fused pair and
+// outputs the input's delta, the bright edge test the other way round; a bright flat area keeps its delta
+// unscaled.
 #include <algorithm>
+#include <iterator>
 
 #include "block_on_frames.h"
 #include "ee_blocks.h"
-#include "flat_det.h"
-#include "flat_det_evidence.h"
 #include "pre_ee_blocks.h"
+#include "pre_ee_flat_det.h"
+#include "pre_ee_flat_det_evidence.h"
 #include "pre_ee_hw.h"
 #include "row_targets.h"
 
@@ -100,13 +102,14 @@ namespace {
 
 void write_texture_image(const std::string& path, const RowSource& texture) {
     static constexpr uint8_t kColours[][3] = {
-        {0, 0, 0},        // dark flat
-        {255, 255, 0},    // dark edge
-        {255, 0, 0},      // mid-tone
-        {255, 0, 255},    // line
-        {0, 255, 255},    // bright edge
-        {255, 255, 255},  // bright flat
+        {0, 0, 0},        // kDarkFlat
+        {255, 255, 0},    // kDarkEdge
+        {255, 0, 0},      // kMidTone
+        {255, 0, 255},    // kLine
+        {0, 255, 255},    // kBrightEdge
+        {255, 255, 255},  // kBrightFlat
     };
+    static_assert(std::size(kColours) == kBrightFlat + 1);
     write_rows(path, PnmKind::kColour, texture.width(), texture.height(), 8, [&](int y, uint8_t* pixels) {
         int16_t row[kTile];
         for_each_tile(texture.width(), [&](int64_t x0, int tile) {
@@ -148,6 +151,7 @@ const Block kFlatDet = make_block<FlatDet>(
 void PRE_EE_FlatDet(const FRAME* Yin, const FRAME* Yfusion, const FRAME* delta_in, const FRAME* delta_fusion,
                     FRAME* out, const char* tag) {
     FRAME* const texture = CM_NewFRAME(Yin->file_type, CM_FORMAT_SINGLE, Yin->width, Yin->height, 1, 8);
+    // One band: the other's outputs are not wanted, and its inputs only have to be there.
     cm::run_on_frames(cm::kFlatDet,
                       {{Yin}, {Yfusion}, {delta_in}, {delta_fusion}, {delta_in}, {delta_fusion}},
                       {{out}, {texture}, {nullptr}, {nullptr}}, *Yin, tag);

@@ -2,8 +2,8 @@
 #include <algorithm>
 
 #include "ee_blocks.h"
-#include "flat_det.h"
-#include "flat_det_narrow.h"
+#include "pre_ee_flat_det.h"
+#include "pre_ee_flat_det_evidence_16.h"
 #include "row_targets.h"
 
 namespace cm {

@@ -43,7 +43,7 @@ int parse_int(const char* text) {
 [[noreturn]] void print_usage_and_exit(int argc, char** argv) {
     std::printf("Usage: %s ini_file log_file log_level ins_name mode dbg_path dump_dbg_img\n",
                 argv[kProgram]);
-    std::puts("Y_in Cb_in Cr_in src_ynr mmap_pix img_out");
+    std::puts("Y_in Cb_in Cr_in src_ynr mmap_pix img_out");  // intended: without Yfusion
     std::puts("\tmode: 0: input is RGB;\t1: input is YCbCr 422 input");
     std::fputs("\tWhen mode=0, Y_in is RGB ppm and Cb_in/Cr_in are ignored.", stdout);
     for (int i = 0; i < argc && i < kWords; ++i) {
@@ -63,7 +63,7 @@ struct Options {
     bool is_rgb;
     const char* dbg_dir;
     bool dump;
-    const char* input[cm::kInputs];  // by plane
+    const char* input[cm::kInputs];  // in the order of Plane
     const char* out;
 
     FILE* log = nullptr;  // never closed: records come until the end
@@ -173,7 +173,8 @@ void sharpen(const cm::InputPlanes& planes, cm::PlaneMemory& memory, const Optio
     cm::ByteSink sink(packed.get(), luma.width());
     cm::run_fixed(cm::kPreEe, planes, sink);
     check_log(o);
-    cm::write_pgm(o.out, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 8, packed.get());
+    cm::write_pgm(o.out, static_cast<uint32_t>(width), static_cast<uint32_t>(height), cm::kOutputDepth,
+                  packed.get());
 }
 
 void run_ycbcr(const Options& o) {

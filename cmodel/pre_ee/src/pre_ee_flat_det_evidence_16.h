@@ -1,7 +1,7 @@
 // What flat detection looks for around a pixel, in 16 bits. Deltas are within -2047..2047 and luma within
-// 0..4681, so that seven samples add up in 16 bits.
-#ifndef CMODEL_FLAT_DET_NARROW_H
-#define CMODEL_FLAT_DET_NARROW_H
+// 0..kNarrowFusionMax, so that seven samples add up in 16 bits.
+#ifndef CMODEL_PRE_EE_FLAT_DET_EVIDENCE_16_H
+#define CMODEL_PRE_EE_FLAT_DET_EVIDENCE_16_H
 
 #include <algorithm>
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 #include "ee_blocks.h"
 #include "fixed_point.h"
-#include "flat_det.h"
+#include "pre_ee_flat_det.h"
 
 namespace cm {
 

@@ -1,6 +1,7 @@
-// Flat detection's configuration, and its two forms.
-#ifndef CMODEL_FLAT_DET_H
-#define CMODEL_FLAT_DET_H
+// Flat detection's configuration. The decision stands in pre_ee_flat_det.cpp, its 16-bit form in
+// pre_ee_flat_det_16.cpp, what they look at around a pixel in the headers pre_ee_flat_det_evidence.
+#ifndef CMODEL_PRE_EE_FLAT_DET_H
+#define CMODEL_PRE_EE_FLAT_DET_H
 
 #include "block.h"
 #include "pre_ee_blocks.h"

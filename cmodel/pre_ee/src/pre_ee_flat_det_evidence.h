@@ -1,13 +1,13 @@
 // What flat detection looks for around a pixel, in its simplest terms: window sums, and runs of one sign.
-#ifndef CMODEL_FLAT_DET_EVIDENCE_H
-#define CMODEL_FLAT_DET_EVIDENCE_H
+#ifndef CMODEL_PRE_EE_FLAT_DET_EVIDENCE_H
+#define CMODEL_PRE_EE_FLAT_DET_EVIDENCE_H
 
 #include <algorithm>
 #include <cstdint>
 
 #include "ee_blocks.h"
 #include "fixed_point.h"
-#include "flat_det.h"
+#include "pre_ee_flat_det.h"
 
 namespace cm {
 
