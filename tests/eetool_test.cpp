@@ -60,7 +60,7 @@ class Eetool : public FileTest {
 };
 
 TEST_F(Eetool, ExamplesInTheHelpWork) {
-    for (const std::string command : {"classic", "diff", "explain", "ini", "pattern", "run"}) {
+    for (const std::string command : {"classic", "diff", "explain", "ini", "list", "pattern", "run"}) {
         const Result help = run(command + " --help");
         int examples = 0;
         for (const std::string& line : lines_of(help.text.substr(help.text.find("Example:")))) {

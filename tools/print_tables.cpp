@@ -1,4 +1,5 @@
-// Prints docs/registers.md, or the tables of docs/stages.md, from the tables of the model.
+// Prints docs/registers.md, the tables of docs/stages.md, or the registers of ee.ini(5), from the tables of
+// the model.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -56,6 +57,49 @@ void print_registers() {
         std::printf("| %d | `%s` | %d | %s | %d | %s%s | %s |\n", slot, row.key, row.bits,
                     row.is_signed ? "yes" : "no", row.def, row.meaning, name_place(row).c_str(),
                     list_names(row.followers).c_str());
+    }
+}
+
+// Text in which no character means anything to scdoc.
+std::string plain(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        escaped += std::strchr("_*\\#`|[<~", c) != nullptr ? std::string("\\") + c : std::string(1, c);
+    }
+    return escaped;
+}
+
+// The range as "0..255 [32]", the default in brackets.
+std::string range_of(const RegRow& row) {
+    const int64_t least = row.is_signed ? -(int64_t{1} << (row.bits - 1)) : 0;
+    const int64_t greatest = least + (int64_t{1} << row.bits) - 1;
+    return std::to_string(least) + ".." + std::to_string(greatest) + " [" + std::to_string(row.def) + "]";
+}
+
+// The registers in ee.ini(5): single ones as items, the members of a curve or a table in columns.
+void print_manual() {
+    for (int slot = 0; slot < EE_REG_COUNT; ++slot) {
+        const RegRow& row = kRegTable[slot];
+        const std::string followers = *row.followers != '\0' ? std::string(" (") + row.followers + ")" : "";
+        const std::string meaning = plain(row.meaning + followers);
+        if (row.group == kSingle) {
+            std::printf("*%s* = %s\n\t%s\n\n", plain(row.key).c_str(), plain(range_of(row)).c_str(),
+                        meaning.c_str());
+            continue;
+        }
+        if (row.place == 0) {
+            const std::string key = row.key;
+            std::printf("*%s*: %s\n\n```\n", plain(key.substr(0, key.find("_lut") + 4)).c_str(),
+                        meaning.c_str());
+        }
+        const std::string place = name_place(row);  // ": at 8"
+        const int column = place.empty() ? 0 : 16;
+        std::printf("%-34s = %-*s%s\n", row.key, column, range_of(row).c_str(),
+                    place.empty() ? "" : place.c_str() + 1);
+        if (slot + 1 == EE_REG_COUNT || kRegTable[slot + 1].group == kSingle ||
+            kRegTable[slot + 1].place == 0) {
+            std::puts("```\n");
+        }
     }
 }
 
@@ -157,8 +201,10 @@ int main(int argc, char** argv) {
         print_registers();
     } else if (argc == 2 && std::strcmp(argv[1], "stages") == 0) {
         print_stages();
+    } else if (argc == 2 && std::strcmp(argv[1], "manual") == 0) {
+        print_manual();
     } else {
-        std::fprintf(stderr, "usage: print_tables registers|stages\n");
+        std::fprintf(stderr, "usage: print_tables registers|stages|manual\n");
         return 2;
     }
     return std::fflush(stdout) == 0 ? 0 : 1;

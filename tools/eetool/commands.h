@@ -28,6 +28,7 @@ extern const Command kClassic;
 extern const Command kDiff;
 extern const Command kExplain;
 extern const Command kIni;
+extern const Command kList;
 extern const Command kPattern;
 extern const Command kRun;
 
