@@ -1,13 +1,18 @@
 #!/bin/sh
-# Installs the Debian packages of a list that this machine lacks. Needs root or sudo only if any is missing.
+# Installs the Debian packages of a list that this machine lacks. Needs root or sudo only if any is missing. A second
+# word on a line is a command that will do in place of the package.
 set -eu
 
 list=${1:?usage: install_packages.sh LIST}
 missing=
-for package in $(sed 's/#.*//' "$list"); do
+while read -r package command; do
+    [ -n "$package" ] || continue
     status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
-    [ "$status" = installed ] || missing="$missing $package"
-done
+    [ "$status" = installed ] || { [ -n "$command" ] && command -v "$command" >/dev/null; } ||
+        missing="$missing $package"
+done <<LIST
+$(sed 's/#.*//' "$list")
+LIST
 [ -n "$missing" ] || exit 0
 
 echo "installing:$missing"
