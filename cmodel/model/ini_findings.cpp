@@ -255,7 +255,7 @@ class Checker {
     void check_value(int slot, const std::string& text) {
         const RegRow& row = kRegTable[slot];
         const int32_t stored = set_.slot[slot].value;
-        const long value = std::strtol(text.c_str(), nullptr, 10);
+        const long long value = std::strtoll(text.c_str(), nullptr, 10);
         if (!is_plain_number(text)) {
             add(line_, format("%s: \"%.60s\" is no plain decimal number; it becomes %d", row.key,
                               text.c_str(), stored));

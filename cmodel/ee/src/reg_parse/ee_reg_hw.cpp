@@ -12,10 +12,10 @@
 
 namespace {
 
-// The decimal number a value text begins with, as atoi() reads it; text without one is 0, and only the
-// low 32 bits of a large number count.
+// The decimal number a value text begins with, as atoi() reads it where a long has 64 bits; text without one
+// is 0, and only the low 32 bits of a large number count.
 int32_t parse_value(const char* text) {
-    return static_cast<int32_t>(std::strtol(text, nullptr, 10));
+    return static_cast<int32_t>(std::strtoll(text, nullptr, 10));
 }
 
 // Slots in the order of their keys.
