@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
-.PHONY: all demo test test-long abi bench fuzz mutate deps release clean
+.PHONY: all demo test test-long abi page test-page bench fuzz mutate deps page-deps release clean
 
 all: release
 
@@ -31,6 +31,17 @@ abi: deps
 	@tools/install_packages.sh packages-abi.txt
 	packaging/abi/check.sh check . build/abi
 
+# The tuning page, one file: build/page/tuning.html (docs/page.md).
+page-deps: deps
+	@tools/install_packages.sh packages-page.txt
+
+page: page-deps
+	page/build.sh
+
+# Its model under Node.js against the program, and the page in Chromium.
+test-page: page release
+	page/test.sh
+
 # The tables of docs/performance.md, and the time of each block. PHOTO=picture.ppm measures a photograph
 # (8-bit P6); without it a synthetic picture serves.
 bench: deps
@@ -53,4 +64,4 @@ mutate: deps
 	nice tests/mutate.py --count $(MUTANTS) --seed $(MUTANT_SEED)
 
 clean:
-	rm -rf build demo-out
+	rm -rf build demo-out page/node_modules

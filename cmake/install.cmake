@@ -34,6 +34,8 @@ set(CMODEL_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where the Python p
 install(DIRECTORY python/cmodel DESTINATION ${CMODEL_PYTHON_DIR}
         FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
 install(DIRECTORY settings DESTINATION ${CMAKE_INSTALL_DATADIR}/cmodel)
+# The tuning page, if `make page` has made it.
+install(FILES ${PROJECT_SOURCE_DIR}/build/page/tuning.html DESTINATION ${CMAKE_INSTALL_DATADIR}/cmodel OPTIONAL)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cmodel)
 install(EXPORT cmodel NAMESPACE cmodel:: FILE cmodel-config.cmake DESTINATION ${package_dir})

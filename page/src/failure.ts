@@ -1,0 +1,2 @@
+/** A failure that users can read. */
+export class Failure extends Error {}
