@@ -8,6 +8,7 @@
 #include <sstream>
 #include <thread>
 
+#include "plane_memory.h"
 #include "test_frames.h"
 
 namespace {
@@ -434,6 +435,21 @@ TEST_F(Files, FatalCalls) {
     // A wrong depth is found when the size has been written.
     EXPECT_EQ(slurp("c0"), "P6\n# Created by KORVEN DPU Model\n1 1\n");
     EXPECT_EQ(slurp("g33"), "P5\n# Created by KORVEN DPU Model\n1 1\n");
+}
+
+// Planes that one region of memory does not hold lie in another; sizes around what is rounded.
+TEST(PlaneMemory, HoldsWhatWasAskedFor) {
+    cm::PlaneMemory memory;
+    constexpr size_t kSizes[] = {20 << 20, (20 << 20) + 1, (12 << 20) - 1, 1, 40 << 20};
+    std::vector<cm::Bytes> planes;
+    for (const size_t size : kSizes) {
+        planes.push_back(memory.take(size));
+        planes.back()[0] = planes.back()[size - 1] = static_cast<uint8_t>(planes.size());
+    }
+    for (size_t i = 0; i < planes.size(); ++i) {
+        EXPECT_EQ(planes[i][0], i + 1);
+        EXPECT_EQ(planes[i][kSizes[i] - 1], i + 1);
+    }
 }
 
 }  // namespace
