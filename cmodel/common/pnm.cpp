@@ -1,6 +1,10 @@
 // Binary PGM/PPM files. Payloads move whole; headers are parsed with range checks.
 #include "pnm.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -18,6 +22,7 @@ namespace cm {
 namespace {
 
 constexpr size_t kWriteChunk = size_t{1} << 16;
+constexpr const char* kComment = "# Created by KORVEN DPU Model\n";
 
 // ---- Reading ----
 
@@ -266,7 +271,7 @@ FRAME* frame_from(const PackedImage& image, uint32_t file_type, uint32_t format)
 // ---- Writing ----
 
 void print_size(CheckedFile& out, PnmKind kind, uint32_t width, uint32_t height) {
-    out.print("P%c\n# Created by KORVEN DPU Model\n%d %d\n", static_cast<char>(kind), static_cast<int>(width),
+    out.print("P%c\n%s%d %d\n", static_cast<char>(kind), kComment, static_cast<int>(width),
               static_cast<int>(height));
 }
 
@@ -393,6 +398,53 @@ PackedImage read_pnm(const char* path, PnmKind kind, const LogPosition& position
     return image;
 }
 
+std::string read_whole_pnm(const std::string& path, PnmKind kind, PackedImage& image,
+                           std::vector<uint8_t>& room) {
+    const auto cannot = [&](int error) { return path + " cannot be read: " + std::strerror(error); };
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return cannot(errno);
+    }
+    struct stat info;
+    const bool is_file = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+    FILE* const opened = is_file ? fdopen(fd, "rb") : nullptr;
+    if (opened == nullptr) {
+        const int error = errno;
+        close(fd);
+        return is_file ? cannot(error) : path + " is no regular file";
+    }
+    const std::unique_ptr<FILE, int (*)(FILE*)> in(opened, std::fclose);
+    const LoadError error = read_header(in.get(), kind, image);
+    if (std::ferror(in.get()) != 0) {
+        return cannot(errno);
+    }
+    const char grey = static_cast<char>(kind);
+    switch (error) {
+        case LoadError::kNone:
+            break;
+        case LoadError::kSize:
+            return path + " has no size that an image can have";
+        case LoadError::kMax:
+            return path + " has no greatest value that an image can have";
+        default:
+            return path + " is no image of kind P" + grey;
+    }
+    const size_t size = image.samples() * static_cast<size_t>(image.sample_bytes);
+    const size_t start = static_cast<size_t>(ftello(in.get()));
+    const size_t there = std::min(size, static_cast<size_t>(info.st_size) - start);
+    if (there == size) {
+        room.resize(std::max(room.size(), size));
+        image.bytes = Bytes(room.data(), FreeBytes{false});
+        image.present = size > 0 ? std::fread(room.data(), 1, size, in.get()) : 0;
+    }
+    if (std::ferror(in.get()) != 0) {
+        return cannot(errno);
+    }
+    return image.complete() && there == size ? ""
+                                             : path + " ends early: " + std::to_string(there) + " of " +
+                                                   std::to_string(size) + " bytes of samples";
+}
+
 int written_bytes(int depth) {
     return depth <= 8 ? 1 : depth <= 16 ? 2 : depth <= 24 ? 3 : 4;
 }
@@ -445,6 +497,11 @@ void write_rows(const std::string& path, PnmKind kind, int width, int height, in
         out.write(rows.get(), static_cast<size_t>(count) * row_bytes);
     }
     out.close();
+}
+
+std::string pgm_header(uint32_t width, uint32_t height, int depth) {
+    return std::string("P5\n") + kComment + std::to_string(width) + " " + std::to_string(height) + "\n" +
+           std::to_string(written_max(depth)) + "\n";
 }
 
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed) {

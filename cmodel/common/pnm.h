@@ -44,6 +44,12 @@ struct PackedImage {
 PackedImage read_pnm(const char* path, PnmKind kind, const LogPosition& position,
                      PlaneMemory* memory = nullptr);
 
+// Reads a whole regular file that nobody writes meanwhile; its samples lie in `room`, which grows as needed.
+// Nothing waits, locks, logs or ends the program. Returns "", or what is wrong, as one line that begins with
+// the path: also of a file that ends early, for which no memory is taken.
+std::string read_whole_pnm(const std::string& path, PnmKind kind, PackedImage& image,
+                           std::vector<uint8_t>& room);
+
 // Bytes a sample takes in a file of this depth (1..4), and the P5 header's max value.
 int written_bytes(int depth);
 uint32_t written_max(int depth);
@@ -60,6 +66,9 @@ void write_rows(const std::string& path, PnmKind kind, int width, int height, in
 
 // One sample as three equal channels, bits above the eighth dropped.
 void grey_pixels(const int32_t* src, uint8_t* dst, size_t count);
+
+// What stands before the samples of a P5 file of this model's.
+std::string pgm_header(uint32_t width, uint32_t height, int depth);
 
 // Writes a whole P5 file from packed samples. A failing write ends the program.
 void write_pgm(const char* path, uint32_t width, uint32_t height, int depth, const uint8_t* packed);
