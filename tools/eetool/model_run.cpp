@@ -290,18 +290,4 @@ std::vector<std::string> register_lines(const std::string& keys,
     return lines;
 }
 
-std::string quoted(const std::string& word) {
-    const bool plain = !word.empty() && word.find_first_not_of(
-                                            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRS"
-                                            "TUVWXYZ0123456789_-+=.,/:@%") == word.npos;
-    if (plain) {
-        return word;
-    }
-    std::string text = "'";
-    for (const char c : word) {
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return text + "'";
-}
-
 }  // namespace eetool

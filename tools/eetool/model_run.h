@@ -11,6 +11,7 @@
 #include "cmodel.h"
 #include "commands.h"
 #include "pnm.h"
+#include "shell_word.h"
 #include "stage_files.h"
 
 namespace eetool {
@@ -97,9 +98,6 @@ class ModelRun {
 // order. `value` gives each.
 std::vector<std::string> register_lines(const std::string& keys,
                                         const std::function<int32_t(const char*)>& value);
-
-// A word as a shell takes it.
-std::string quoted(const std::string& word);
 
 }  // namespace eetool
 
