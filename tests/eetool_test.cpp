@@ -60,7 +60,8 @@ class Eetool : public FileTest {
 };
 
 TEST_F(Eetool, ExamplesInTheHelpWork) {
-    for (const std::string command : {"classic", "diff", "explain", "ini", "list", "pattern", "run"}) {
+    for (const std::string command :
+         {"batch", "classic", "diff", "explain", "ini", "jobs", "list", "pattern", "results", "run"}) {
         const Result help = run(command + " --help");
         int examples = 0;
         for (const std::string& line : lines_of(help.text.substr(help.text.find("Example:")))) {

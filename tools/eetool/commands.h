@@ -24,12 +24,15 @@ struct Command {
     std::function<int()> (*declare)(CLI::App& app);
 };
 
+extern const Command kBatch;
 extern const Command kClassic;
 extern const Command kDiff;
 extern const Command kExplain;
 extern const Command kIni;
+extern const Command kJobs;
 extern const Command kList;
 extern const Command kPattern;
+extern const Command kResults;
 extern const Command kRun;
 
 using Frame = cm::OwnedFrame;

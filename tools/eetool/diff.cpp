@@ -537,7 +537,8 @@ class Diff {
         std::string text;
         if (record() != nullptr && record()->contains("command") && (*record())["command"].is_array()) {
             for (const Json& word : (*record())["command"]) {
-                text += (text.empty() ? "" : " ") + (word.is_string() ? shell_word(word.get<std::string>()) : "");
+                text +=
+                    (text.empty() ? "" : " ") + (word.is_string() ? shell_word(word.get<std::string>()) : "");
             }
         }
         return text;

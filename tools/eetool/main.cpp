@@ -48,8 +48,9 @@ Planes split_planes(const FRAME& ycbcr) {
 
 int main(int argc, char** argv) {
     using eetool::Command;
-    const Command* const commands[] = {&eetool::kRun, &eetool::kDiff, &eetool::kExplain, &eetool::kClassic,
-                                       &eetool::kIni, &eetool::kList, &eetool::kPattern};
+    const Command* const commands[] = {
+        &eetool::kRun,  &eetool::kDiff,    &eetool::kExplain, &eetool::kClassic, &eetool::kIni,
+        &eetool::kList, &eetool::kPattern, &eetool::kJobs,    &eetool::kBatch,   &eetool::kResults};
 
     log_set_quiet(true);
     CLI::App app("Companion of the edge-enhancement model.", "eetool");
