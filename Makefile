@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
-.PHONY: all demo test test-long abi page test-page bench fuzz mutate deps page-deps release clean
+.PHONY: all demo test test-cluster test-long abi page test-page bench fuzz mutate deps page-deps release clean
 
 all: release
 
@@ -21,6 +21,11 @@ test: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+# The recipes of examples/cluster, each with a task killed and started again; needs root.
+test-cluster: release
+	@tools/install_packages.sh packages-cluster.txt
+	tests/cluster_test.py build/release/eetool
 
 # What takes more than two minutes: all steps of the fault tests, 20,000 runs against the plain model.
 test-long: release
