@@ -359,4 +359,48 @@ TEST_F(Batch, ListsAreTheSameEachTimeAndRefuseGaps) {
     }
 }
 
+TEST_F(Batch, GoesOnWhereItWas) {
+    for (const std::string name : {"1.ppm", "2.ppm", "3.ppm"})
+        spill(name.c_str(), "P6\n1 1\n255\n" + name.substr(0, 3));
+    const std::string off = " --set reg_ee_texture_mode=0";
+    EXPECT_EQ(eetool("jobs --frames %d.ppm --out-dir o --out list" + off).status, 0);
+    fs::rename("2.ppm", "away");
+    const auto said = [](const std::string& options) {
+        const Result result = eetool("batch list " + options);
+        return std::to_string(result.status) + " " + result.err.substr(8, result.err.find(" unlike") - 8);
+    };
+    EXPECT_EQ(said("--results r --jobs 1"), "1 3 of 3 jobs: 2 ok, 1 failed, 0");
+    EXPECT_EQ(said("--results r").substr(0, 2), "2 ") << "it has results already";
+    EXPECT_EQ(said("--results r --resume"), "1 1 of 3 jobs: 0 ok, 1 failed, 0");
+    EXPECT_EQ(said("--results s --failed-from r --stop-on-failure"), "1 1 of 3 jobs: 0 ok, 1 failed, 0");
+    EXPECT_NE(slurp("s").find("\"message\":\"2.ppm cannot be read: No such file or directory\",\"repeat\":"
+                              "\"eetool batch list --only 2@defaults\""),
+              std::string::npos)
+        << slurp("s");
+    fs::rename("away", "2.ppm");
+    EXPECT_EQ(said("--only 2@defaults"), "0 1 of 1 jobs: 1 ok, 0 failed, 0");
+    spill("1.ppm", "P6\n1 1\n255\nnew");  // another time
+    fs::remove("o/defaults/3.pgm");
+    EXPECT_EQ(said("--results r --resume"), "0 3 of 3 jobs: 3 ok, 0 failed, 0");
+    EXPECT_EQ(said("--results r --resume"), "0 0 of 3 jobs: 0 ok, 0 failed, 0");
+
+    // Ended by a signal as soon as it has a result.
+    std::string gains = "1";
+    for (int k = 2; k < 256; ++k) gains += "," + std::to_string(k);
+    eetool("jobs --frames %d.ppm --out many --sweep reg_ee_total_gain=" + gains +
+           " --sweep reg_ee_total_coring=1,2,3,4,5,6,7,8" + off);
+    const int status =
+        std::system(EETOOL
+                    " batch many --results m --jobs 1 2>err & p=$!; until [ -s m ]; do :; done; "
+                    "kill $p; wait $p");
+    EXPECT_EQ(WEXITSTATUS(status), 143);
+    EXPECT_NE(slurp("err").find("go on with: eetool batch many --results m --resume --jobs 1\n"),
+              std::string::npos);
+    EXPECT_EQ(eetool("batch many --results m --resume").status, 0);
+    EXPECT_EQ(eetool("batch many --results n").status, 0);
+    EXPECT_EQ(eetool("batch --merge m").out, eetool("batch --merge n").out);
+    const Result summary = eetool("results r s");
+    EXPECT_TRUE(summary.out.starts_with("3 jobs: 2 ok, 1 failed, 0 unlike")) << summary.out;
+}
+
 }  // namespace

@@ -38,7 +38,6 @@ struct ClipRunOptions {
     std::string name;              // of the setting, in ids
     std::string out;               // Y4M; "-": standard output; "": none
     std::string results;           // "": none
-    std::string go_on;
     int threads = 1;
 };
 

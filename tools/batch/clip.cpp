@@ -193,6 +193,7 @@ ClipStream::ClipStream(const std::string& path, const std::optional<RawFormat>& 
     if (fd_ < 0) {
         fail(std::string("cannot be read: ") + std::strerror(errno));
     }
+    widen_pipe(fd_);
     if (raw) {
         header_.format = raw->format;
         uint8_t start[kSignature];

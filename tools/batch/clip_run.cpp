@@ -1,6 +1,5 @@
 // A clip under one setting, frame by frame and in order.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,21 +16,20 @@
 #include "crew.h"
 #include "job_run.h"
 #include "result.h"
+#include "whole_file.h"
 
 namespace eetool {
 namespace {
-
-constexpr int kPipeBytes = 1 << 20;
 
 // Y4M that is written: to a pipe or a device as it comes, to a file under another name until it is whole.
 class Y4mOut {
   public:
     explicit Y4mOut(const std::string& path)
-        : path_(path), part_(is_stream(path) ? path : path + ".part"), fd_(open_out(part_)) {
+        : path_(path), part_(path == "-" ? path : name_until_whole(path)), fd_(open_out(part_)) {
         if (fd_ < 0) {
             fail();
         }
-        fcntl(fd_, F_SETPIPE_SZ, kPipeBytes);  // fewer switches; others than pipes have none
+        widen_pipe(fd_);
     }
 
     void write(const void* bytes, size_t size) {
@@ -53,10 +51,6 @@ class Y4mOut {
     const std::string& part() const { return part_; }
 
   private:
-    static bool is_stream(const std::string& path) {
-        struct stat info;
-        return path == "-" || (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode));
-    }
     static int open_out(const std::string& path) {
         return path == "-" ? STDOUT_FILENO
                            : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);

@@ -2,6 +2,7 @@
 #ifndef CMODEL_BATCH_FD_H
 #define CMODEL_BATCH_FD_H
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace eetool {
@@ -21,6 +22,11 @@ class Fd {
   private:
     const int fd_;
 };
+
+// Room for some rows at a time, if it is a pipe: fewer switches between those that write and read it.
+inline void widen_pipe(int fd) {
+    fcntl(fd, F_SETPIPE_SZ, 1 << 20);
+}
 
 }  // namespace eetool
 

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "whole_file.h"
+
 namespace eetool {
 namespace {
 
@@ -33,31 +35,6 @@ std::string stamp_of(const std::string& path) {
 void swap_pairs(uint8_t* bytes, size_t samples) {
     for (size_t i = 0; i < 2 * samples; i += 2) {
         std::swap(bytes[i], bytes[i + 1]);
-    }
-}
-
-// A file that takes its name when it is whole.
-void write_whole(const std::string& path, const std::string& header, const std::vector<uint8_t>& bytes) {
-    const std::string part = path + ".part";
-    FILE* const file = std::fopen(part.c_str(), "wb");
-    const auto fail = [&] {
-        const int error = errno;
-        unlink(part.c_str());
-        throw Cannot(path + " could not be written whole: " + std::strerror(error));
-    };
-    if (file == nullptr) {
-        fail();
-    }
-    const bool written = std::fwrite(header.data(), 1, header.size(), file) == header.size() &&
-                         std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() &&
-                         std::fflush(file) == 0;
-    const int error = errno;
-    const bool closed = std::fclose(file) == 0;
-    if (!written) {
-        errno = error;
-    }
-    if (!written || !closed || std::rename(part.c_str(), path.c_str()) != 0) {
-        fail();
     }
 }
 
@@ -292,13 +269,16 @@ void FrameOutputs::write(const Job& job) const {
     }
     const std::string header =
         cm::pgm_header(static_cast<uint32_t>(size_.width), static_cast<uint32_t>(size_.height), depth_);
+    WholeFile out(job.out);
+    out.write(header);
     if (type().bytes == 2 && !kMachineType.big_endian) {
         std::vector<uint8_t> turned = samples_;
         swap_pairs(turned.data(), size_.samples());
-        write_whole(job.out, header, turned);
+        out.write(turned.data(), turned.size());
     } else {
-        write_whole(job.out, header, samples_);
+        out.write(samples_.data(), samples_.size());
     }
+    out.finish();
 }
 
 uint64_t digest_of_inputs(const Job& job) {

@@ -16,6 +16,7 @@
 #include "cmodel.h"
 #include "job.h"
 #include "stage_files.h"
+#include "whole_file.h"
 
 namespace eetool {
 namespace {
@@ -302,12 +303,8 @@ void write_junit(const std::string& path, const ResultSet& results) {
         unlike += r.outcome == Outcome::kUnlike;
         ms += r.ms;
     });
-    const std::string part = path + ".part";
-    std::unique_ptr<FILE, CloseFile> file(std::fopen(part.c_str(), "wb"));
-    if (file == nullptr) {
-        throw Cannot(part + " cannot be written: " + std::strerror(errno));
-    }
-    FILE* const out = file.get();
+    WholeFile file(path);
+    FILE* const out = file.stream();
     std::fprintf(out,
                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                  "<testsuite name=\"eetool batch\" tests=\"%zu\" failures=\"%zu\" errors=\"%zu\" "
@@ -326,14 +323,7 @@ void write_junit(const std::string& path, const ResultSet& results) {
                      xml_of(r.message).c_str(), xml_of(r.repeat).c_str(), kind);
     });
     std::fputs("</testsuite>\n", out);
-    const bool written = std::fflush(out) == 0 && std::ferror(out) == 0;
-    const int error = errno;
-    file.reset();
-    if (!written || std::rename(part.c_str(), path.c_str()) != 0) {
-        const int why = written ? errno : error;
-        unlink(part.c_str());
-        throw Cannot(path + " cannot be written: " + std::strerror(why));
-    }
+    file.finish();
 }
 
 }  // namespace eetool

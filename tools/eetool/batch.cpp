@@ -96,12 +96,14 @@ int run(Options& o) {
         throw CLI::RequiredError("--results");
     }
     take_shard(o);
-    std::string command = "eetool batch " + shell_word(o.list) + " --results " + shell_word(o.results);
-    command += " --jobs " + std::to_string(o.threads) + " --resume";
+    std::string command = "eetool batch " + shell_word(o.list);
+    command += o.results.empty() ? "" : " --results " + shell_word(o.results) + " --resume";
+    command += " --jobs " + std::to_string(o.threads);
     command += o.shard_text.empty() ? "" : " --shard " + o.shard_text;
     command += o.failed_from.empty() ? "" : " --failed-from " + shell_word(o.failed_from);
     command += o.junit.empty() ? "" : " --junit " + shell_word(o.junit);
-    o.go_on = command;
+    command += o.stop_on_failure ? " --stop-on-failure" : "";
+    o.go_on = std::move(command);
     return run_batch(o);
 }
 

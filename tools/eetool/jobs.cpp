@@ -1,13 +1,12 @@
 // eetool jobs: writes lists of runs.
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "commands.h"
 #include "crew.h"
 #include "job_list.h"
 #include "raw_options.h"
 #include "stage_files.h"
+#include "whole_file.h"
 
 namespace eetool {
 namespace {
@@ -31,32 +30,14 @@ int split(const Options& o) {
 }
 
 int write_list(const Options& o) {
-    const std::string part = o.out + ".part";
-    FILE* const file = o.out.empty() ? stdout : std::fopen(part.c_str(), "wb");
-    if (file == nullptr) {
-        return report_cannot("written", part);
-    }
-    try {
-        make_jobs(o, [&](const Job& job) { std::fprintf(file, "%s\n", line_of(job).c_str()); });
-    } catch (...) {
-        if (file != stdout) {
-            std::fclose(file);
-            std::remove(part.c_str());
-        }
-        throw;
-    }
-    const bool written = std::fflush(file) == 0 && std::ferror(file) == 0;
-    if (file == stdout) {
+    if (o.out.empty()) {
+        make_jobs(o, [](const Job& job) { std::printf("%s\n", line_of(job).c_str()); });
+        const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
         return written ? kOk : report_cannot("written", "standard output");
     }
-    const int error = errno;
-    const bool closed = std::fclose(file) == 0;
-    if (!written || !closed || std::rename(part.c_str(), o.out.c_str()) != 0) {
-        errno = written ? errno : error;
-        const int status = report_cannot("written", o.out);
-        std::remove(part.c_str());
-        return status;
-    }
+    WholeFile file(o.out);
+    make_jobs(o, [&](const Job& job) { file.write(line_of(job) + "\n"); });
+    file.finish();
     return kOk;
 }
 
