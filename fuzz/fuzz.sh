@@ -5,7 +5,7 @@ set -eu
 
 seconds=${1:?usage: fuzz.sh SECONDS [TARGET...]}
 shift
-[ $# -gt 0 ] || set -- pnm_fuzz ini_fuzz frame_fuzz model_fuzz stage_fuzz clip_fuzz
+[ $# -gt 0 ] || set -- pnm_fuzz ini_fuzz frame_fuzz model_fuzz stage_fuzz clip_fuzz picture_fuzz
 cd "$(dirname "$0")/.."
 
 # The targets write small files all the time: in memory, where the system has such a place.

@@ -60,8 +60,8 @@ class Eetool : public FileTest {
 };
 
 TEST_F(Eetool, ExamplesInTheHelpWork) {
-    for (const std::string command :
-         {"batch", "classic", "diff", "explain", "ini", "jobs", "list", "pattern", "results", "run"}) {
+    for (const std::string command : {"batch", "classic", "diff", "explain", "ini", "jobs", "list", "pattern",
+                                      "planes", "results", "run", "sweep"}) {
         const Result help = run(command + " --help");
         int examples = 0;
         for (const std::string& line : lines_of(help.text.substr(help.text.find("Example:")))) {
@@ -343,6 +343,150 @@ TEST_F(Eetool, ClassicRunsTheLibrarysPipeline) {
     EXPECT_EQ(full.status, 2);
     EXPECT_EQ(full.text, "eetool: /dev/full could not be written whole\n");
     EXPECT_FALSE(fs::exists("d.pgm"));
+}
+
+TEST_F(Eetool, PhotographsComeBackInTheirColours) {
+    const std::string said = "eetool: without --ini the setting is settings/mild.ini\n";
+    const std::string none = " --set reg_ee_total_gain=0", off = " --set reg_ee_enable=0";
+    const auto require = [](const std::string& arguments, const std::string& text = "") {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 0) << arguments << '\n' << result.text;
+        EXPECT_EQ(result.text.substr(0, text.size()), text) << arguments;
+    };
+    require("pattern star --width 211 --height 250 --sigma 5 --y mmap.pgm --rgb grey.ppm");
+    std::string colours = "P6\n211 250\n255\n";
+    for (int i = 0; i < 3 * 211 * 250; ++i) colours += static_cast<char>(i * 7 / 5 ^ i / 633);
+    spill("p.ppm", colours);
+    require("run --photo p.ppm --out a.png" + none, said);
+    require("run --photo a.png --out b.tif" + off, said);
+    require("run --photo b.tif --out c.ppm --before-after d.ppm" + none, said);
+    const auto same = [](const std::string& a, const std::string& b) {
+        constexpr size_t kPixels = 211 * 250;
+        return a.size() > kPixels && b.size() > kPixels &&
+               a.substr(a.size() - kPixels) == b.substr(b.size() - kPixels);
+    };
+    EXPECT_TRUE(slurp("c.ppm") == slurp("p.ppm"));
+    EXPECT_EQ(slurp("d.ppm").substr(0, 15), "P6\n428 250\n255\n");
+    require("run --photo p.ppm --out e.ppm", said);
+    EXPECT_TRUE(slurp("e.ppm") != slurp("p.ppm"));
+    // A view in place of the colours; all its kPixels are grey.
+    require("run --photo p.ppm --out f.ppm --set reg_ee_debug_mode=3", said);
+    const std::string view = slurp("f.ppm");
+    for (size_t i = 15; i < view.size(); i += 3)
+        ASSERT_TRUE(view[i] == view[i + 1] && view[i] == view[i + 2]);
+
+    // The program makes the same of the planes. Here every plane is a file of its own kind.
+    require("run --photo p.ppm --out fused.png" + off), require("run --photo mmap.pgm --out m.png" + off);
+    require("ini --out t.ini --set reg_ee_total_gain=99 --set reg_ee_dark_edge_strength=900");
+    for (const std::string& more : {std::string(), std::string("fused.png")}) {
+        const std::string luma = "grey.ppm",
+                          beside = more.empty() ? "" : " --ynr grey.ppm --motion m.png --fusion ";
+        require("planes " + luma + " planes" + beside + more);
+        const std::string d = "planes/";
+        const std::string program = PRE_EE_MAIN " t.ini run.log 1 NULL 1 . 0 ";
+        ASSERT_EQ(std::system((program + d + "y.pgm " + d + "cb.pgm " + d + "cr.pgm " + d + "src_ynr.pgm " +
+                               d + "mmap.pgm want.pgm " + d + "yfusion.pgm >said")
+                                  .c_str()),
+                  0);
+        const std::string model =
+            more.empty() ? "" : " --ynr planes/src_ynr.pgm --mmap m.png --yfusion " + more;
+        require("run --ini t.ini --photo planes/y.pgm --out got.pgm" + model);
+        EXPECT_TRUE(same(slurp("got.pgm"), slurp("want.pgm")));
+        require("run --ini t.ini --y planes/y.pgm --cb planes/cb.pgm --cr planes/cr.pgm --out got.png" +
+                (more.empty() ? " --yfusion planes/y.pgm" : model));
+        require("run --photo got.png --out got.pgm" + off);
+        EXPECT_TRUE(same(slurp("got.pgm"), slurp("want.pgm")));
+    }
+    require("classic --rgb fused.png --out got.pgm"), require("classic --rgb p.ppm --out want.pgm");
+    EXPECT_TRUE(same(slurp("got.pgm"), slurp("want.pgm")));
+
+    // What cannot be leaves one line, and the file that was there.
+    spill("cut.png", slurp("a.png").substr(0, 9000));
+    spill("out.png", "as it was");
+    const struct {
+        const char* arguments;
+        const char* text;  // the end of what is said
+    } bad[] = {{"run --photo cut.png --out out.png", "eetool: cut.png: ends early\n"},
+               {"run --photo t.ini --out out.png",
+                "eetool: t.ini: is no JPEG, PNG, TIFF, PGM (P5) or PPM (P6) picture\n"},
+               {"run --photo none.jpg --out out.png",
+                "eetool: none.jpg cannot be read: No such file or directory\n"},
+               {"run --photo p.ppm --mmap p.ppm --out out.png",
+                "eetool: p.ppm has colours; a grey picture is wanted\n"},
+               {"run --photo p.ppm --mmap a.png --out out.png",
+                "eetool: a.png has colours; a grey picture is wanted\n"},
+               {"run --photo p.ppm --out out.pgm",
+                "eetool: out.pgm: the picture has colours, which .png, .jpg, .tif and .ppm hold\n"},
+               {"run --photo p.ppm --out none/out.png",
+                "none/out.png cannot be written: No such file or directory\n"},
+               {"planes cut.png planes", "eetool: cut.png: ends early\n"},
+               {"planes p.ppm planes2 --fusion m.png --motion d.ppm", ""}};
+    for (const auto& b : bad) {
+        const Result result = run(b.arguments);
+        EXPECT_TRUE(result.status == 2 || *b.text == '\0') << b.arguments;
+        EXPECT_NE(result.status, 0);
+        EXPECT_TRUE(result.text.ends_with(b.text)) << result.text;
+        EXPECT_EQ(slurp("out.png"), "as it was");
+        EXPECT_FALSE(fs::exists("out.pgm") || fs::exists("planes2"));
+    }
+}
+
+TEST_F(Eetool, SweepsTellWhatRunsDo) {
+    constexpr int kWidth = 320, kHeight = 130;
+    ASSERT_EQ(run("pattern scene --width 320 --height 130 --y scene.pgm --rgb scene.ppm").status, 0);
+    ASSERT_EQ(run("ini --out none.ini --set reg_ee_enable=0").status, 0);
+    const std::string axes =
+        "reg_ee_total_gain=0,90 reg_ee_total_oshtthrd+reg_ee_delta_adptctrl_lut_02..03=20";
+    const Result grey = run("sweep --photo scene.pgm " + axes + " --at 300,10 --out sheet.ppm");
+    const Lines lines = lines_of(grey.text);
+    ASSERT_EQ(lines.size(), 5U) << grey.text;
+    EXPECT_EQ(lines[2].substr(lines[2].find(" 0.0")), " 0.0      0.00     0.00       0.0     0      0");
+    EXPECT_EQ(lines[4], "crop at 220,65: 200x130 pixels around it");
+
+    const std::string set =
+        " --set reg_ee_total_gain=90 --set reg_ee_total_oshtthrd=20 --set "
+        "reg_ee_delta_adptctrl_lut_02=20 --set reg_ee_delta_adptctrl_lut_03=20";
+    ASSERT_EQ(run("run --photo scene.pgm --out sharp.pgm" + set).status, 0);
+    const Frame before(CM_ReadPPM5("scene.pgm", 2)), after(CM_ReadPPM5("sharp.pgm", 2));
+    int changed = 0, beyond = 0, over = 0, under = 0, count[2] = {}, sum[2] = {};
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x) {
+            int least = 255, most = 0;
+            for (int j = std::max(y - 2, 0); j <= std::min(y + 2, kHeight - 1); ++j)
+                for (int i = std::max(x - 2, 0); i <= std::min(x + 2, kWidth - 1); ++i) {
+                    least = std::min(least, before->data[j * kWidth + i]);
+                    most = std::max(most, before->data[j * kWidth + i]);
+                }
+            const int v = after->data[y * kWidth + x], change = std::abs(v - before->data[y * kWidth + x]);
+            changed += change != 0, beyond += v > most || v < least;
+            over = std::max(over, v - most), under = std::max(under, least - v);
+            if (most - least >= 48) ++count[0], sum[0] += change;
+            if (most - least <= 16) ++count[1], sum[1] += change;
+        }
+    char want[99];
+    std::snprintf(want, sizeof want, "  %9.1f  %8.2f  %7.2f  %8.1f  %4d  %5d",
+                  100.0 * changed / (kWidth * kHeight), 1.0 * sum[0] / count[0], 1.0 * sum[1] / count[1],
+                  100.0 * beyond / (kWidth * kHeight), over, under);
+    EXPECT_TRUE(lines[3].ends_with(want)) << lines[3] << '\n' << want;
+
+    // The second setting's crop, in colour: what a run makes there. Place and setting differ most.
+    ASSERT_EQ(run("run --photo scene.ppm --out sharp.ppm" + set).status, 0);
+    const Result colour = run("sweep --photo scene.ppm " + axes + " --crop 40x30 --out sheet.ppm");
+    int x = 0, y = 0;
+    ASSERT_EQ(std::sscanf(lines_of(colour.text)[4].c_str(), "crop at %d,%d:", &x, &y), 2) << colour.text;
+    const Frame sheet(CM_ReadPPM("sheet.ppm", 2)), sharp(CM_ReadPPM("sharp.ppm", 2));
+    const int top = static_cast<int>(sheet->height) - 6 - 30, left = 6 + 40 + 6;
+    for (int j = 0; j < 30; ++j)
+        for (int i = 0; i < 3 * 40; ++i)
+            ASSERT_EQ(sheet->data[((top + j) * static_cast<int>(sheet->width) + left) * 3 + i],
+                      sharp->data[((y - 15 + j) * kWidth + x - 20) * 3 + i]);
+    const std::pair<const char*, int> bad[] = {
+        {"reg_ee_total_gain=256", 2}, {"reg_ee_total_gain=a", 2}, {"reg_ee_total_gain", 105},
+        {"total_gain=1", 105},        {"ini=absent.ini", 2},      {"reg_ee_enable=1 --at 320,0", 105}};
+    for (const auto& [axis, status] : bad)
+        EXPECT_EQ(run(std::string("sweep --photo scene.pgm --out none.png ") + axis).status, status) << axis;
+    EXPECT_FALSE(fs::exists("none.png"));
+    EXPECT_EQ(run("sweep --photo scene.pgm ini=none.ini").status, 0);
 }
 
 }  // namespace

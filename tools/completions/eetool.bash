@@ -48,8 +48,12 @@ _eetool() {
                     words=$(sed -n 's/^ \+\(-.,\)\?\(--[a-z0-9-]\+\).*/\2/p' <<<"$help")
                 else
                     case $subcommand in
-                        pattern) words="checkerboard star noise" ;;
+                        pattern) words="checkerboard star noise scene" ;;
                         list) words="registers stages pipelines" ;;
+                        sweep)
+                            compopt -o nospace
+                            words=$("$1" list registers 2>/dev/null | sed 's/\t.*/=/')
+                            ;;
                         *) _eetool_files ;;
                     esac
                 fi

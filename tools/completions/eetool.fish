@@ -35,5 +35,5 @@ complete -c eetool -n '__eetool_after --stage' -f -a '(eetool list stages --pipe
 complete -c eetool -n '__eetool_after --pipeline' -f -a '(eetool list pipelines 2>/dev/null)'
 complete -c eetool -n '__eetool_after --format' -f -a 'npy raw hex pgm'
 complete -c eetool -n '__eetool_after --log-level' -f -a '0 1 2 3 4 5'
-complete -c eetool -n '__eetool_after pattern' -f -a 'checkerboard star noise'
+complete -c eetool -n '__eetool_after pattern' -f -a 'checkerboard star noise scene'
 complete -c eetool -n '__eetool_after list' -f -a 'registers stages pipelines'

@@ -1,10 +1,10 @@
 // eetool classic: the classic pipeline over image files.
 #include <cstdio>
-#include <stdexcept>
 
 #include "commands.h"
 #include "ee_hw.h"
 #include "ee_reg.h"
+#include "plane_files.h"
 
 namespace eetool {
 namespace {
@@ -19,16 +19,12 @@ struct Options {
 constexpr int kFileType = 2;
 constexpr int kDepth = 8;
 
-struct WrongDepth : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 // An image of another depth would run, and give nonsense.
 Frame require_depth(FRAME* image, const std::string& path) {
     Frame frame(image);
     if (frame->depth != kDepth) {
-        throw WrongDepth("eetool: " + path + " has " + std::to_string(frame->depth) +
-                         " bits a sample; the block takes " + std::to_string(kDepth));
+        throw Cannot(path + " has " + std::to_string(frame->depth) + " bits a sample; the block takes " +
+                     std::to_string(kDepth));
     }
     return frame;
 }
@@ -37,14 +33,14 @@ Frame require_depth(FRAME* image, const std::string& path) {
 constexpr size_t kLongestDirectory = sizeof dbg_path - sizeof "/dbg_adptgain_chromawgt_8b.ppm";
 
 Frame read_plane(const std::string& path) {
-    return require_depth(CM_ReadPPM5(path.c_str(), kFileType), path);
+    return require_depth(read_frame(path, false).release(), path);
 }
 
 Planes read_colour(const Options& o) {
     if (o.rgb.empty()) {
         return {read_plane(o.y), read_plane(o.cb), read_plane(o.cr)};
     }
-    const Frame rgb = require_depth(CM_ReadPPM(o.rgb.c_str(), kFileType), o.rgb);
+    const Frame rgb = require_depth(read_frame(o.rgb, true).release(), o.rgb);
     const Frame ycbcr(CM_RGB2YCbCr(rgb.get()));
     return split_planes(*ycbcr);
 }
@@ -123,14 +119,7 @@ std::function<int()> declare(CLI::App& app) {
     app.add_option("--debug-dir", o->debug_dir, "write debug images to this directory")
         ->option_text("DIR")
         ->check(CLI::ExistingDirectory);
-    return [o] {
-        try {
-            return run(*o);
-        } catch (const WrongDepth& e) {
-            std::fprintf(stderr, "%s\n", e.what());
-            return int{kCannot};
-        }
-    };
+    return [o] { return run(*o); };
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ struct Command {
     const char* summary;
     const char* examples;  // command lines that work one after the other in an empty directory
     const char* notes;     // printed after the options
-    // Declares the options; the result is run once they are parsed, and gives the exit status. A Cannot that
-    // it throws is told on standard error.
+    // Declares the options; the result is run once they are parsed, and gives the exit status. A Cannot or
+    // pictures::Error that it throws is told on standard error.
     std::function<int()> (*declare)(CLI::App& app);
 };
 
@@ -32,8 +32,10 @@ extern const Command kIni;
 extern const Command kJobs;
 extern const Command kList;
 extern const Command kPattern;
+extern const Command kPlanes;
 extern const Command kResults;
 extern const Command kRun;
+extern const Command kSweep;
 
 using Frame = cm::OwnedFrame;
 

@@ -10,6 +10,7 @@
 #include "cmodel.h"
 #include "commands.h"
 #include "fatal.h"
+#include "pictures.h"
 #include "stage_files.h"
 
 namespace eetool {
@@ -48,9 +49,10 @@ Planes split_planes(const FRAME& ycbcr) {
 
 int main(int argc, char** argv) {
     using eetool::Command;
-    const Command* const commands[] = {
-        &eetool::kRun,  &eetool::kDiff,    &eetool::kExplain, &eetool::kClassic, &eetool::kIni,
-        &eetool::kList, &eetool::kPattern, &eetool::kJobs,    &eetool::kBatch,   &eetool::kResults};
+    const Command* const commands[] = {&eetool::kRun,  &eetool::kSweep,   &eetool::kPlanes,
+                                       &eetool::kDiff, &eetool::kExplain, &eetool::kClassic,
+                                       &eetool::kIni,  &eetool::kList,    &eetool::kPattern,
+                                       &eetool::kJobs, &eetool::kBatch,   &eetool::kResults};
 
     log_set_quiet(true);
     CLI::App app("Companion of the edge-enhancement model.", "eetool");
@@ -74,6 +76,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
     } catch (const eetool::Cannot& e) {
+        std::fprintf(stderr, "eetool: %s\n", e.what());
+    } catch (const pictures::Error& e) {
         std::fprintf(stderr, "eetool: %s\n", e.what());
     }
     return eetool::kCannot;

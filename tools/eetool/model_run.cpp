@@ -1,9 +1,7 @@
 // What `run` and `explain` share: options, registers and inputs of one frame.
 #include "model_run.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -11,6 +9,7 @@
 
 #include "ee_no_effect.h"
 #include "ee_reg.h"
+#include "mild_setting.h"
 
 namespace eetool {
 namespace {
@@ -18,7 +17,8 @@ namespace {
 const struct {
     const char* name;
     const char* meaning;
-} kImages[] = {{"y", "luma, 8 to 12 bits (P5)"},
+} kImages[] = {{"photo", "a photograph (JPEG, PNG, TIFF, PPM or PGM) in place of --y, --cb, --cr and --rgb"},
+               {"y", "luma, 8 to 12 bits (P5)"},
                {"cb", "chroma, 8 bits (P5), half as wide as luma"},
                {"cr", "chroma, 8 bits (P5), half as wide as luma"},
                {"rgb", "a colour picture, 8 bits (P6), in place of --y, --cb and --cr"},
@@ -46,13 +46,39 @@ void set_register(cmodel* model, const std::string& assignment) {
     }
 }
 
+void bind_image(cmodel* model, const InputImage& image, const char* input) {
+    const cm::PackedImage& file = image.file;
+    const bool wide = !image.samples.empty();
+    const ptrdiff_t bytes = wide ? 4 : 1;
+    const ptrdiff_t step = bytes * static_cast<ptrdiff_t>(file.channels);
+    uint8_t* const data =
+        wide ? static_cast<uint8_t*>(static_cast<void*>(const_cast<int32_t*>(image.samples.data())))
+             : image.file.bytes.get();
+    const char* const colours[] = {"red", "green", "blue"};
+    for (uint32_t c = 0; c < file.channels; ++c) {
+        const cmodel_plane plane{data + static_cast<ptrdiff_t>(c) * bytes,
+                                 wide ? CMODEL_S32 : CMODEL_U8,
+                                 static_cast<int>(file.width),
+                                 static_cast<int>(file.height),
+                                 step * static_cast<ptrdiff_t>(file.width),
+                                 step,
+                                 file.depth};
+        const char* const name = file.channels == 3 ? colours[c] : input;
+        if (cmodel_bind_input(model, name, &plane) < 0) {
+            throw Cannot(image.path + ": " + cmodel_error(model));
+        }
+    }
+}
+
 }  // namespace
 
 void declare_frame_options(CLI::App& app, FrameOptions& o) {
     app.add_option("--pipeline", o.pipeline, "pre_ee, which pre_ee_main runs, or classic")
         ->option_text("NAME [pre_ee]")
         ->check(CLI::IsMember({"pre_ee", "classic"}));
-    app.add_option("--ini", o.ini, "register setting; without it all registers have their defaults")
+    app.add_option(
+           "--ini", o.ini,
+           "register setting; without it all registers have their defaults; with --photo settings/mild.ini")
         ->option_text("FILE");
     app.add_option("--instance", o.instance, "registers are read from section [eeNAME]; without it from [ee]")
         ->option_text("NAME");
@@ -65,7 +91,9 @@ void declare_frame_options(CLI::App& app, FrameOptions& o) {
     }
     for (const char* const plane : {"--y", "--cb", "--cr"}) {
         app.get_option("--rgb")->excludes(app.get_option(plane));
+        app.get_option("--photo")->excludes(app.get_option(plane));
     }
+    app.get_option("--photo")->excludes(app.get_option("--rgb"));
     app.add_flag("--wait", o.wait, "wait until an image can be opened");
     CLI::Option* const log = app.add_option("--log", o.log, "log file, appended to")->option_text("FILE");
     app.add_option("--log-level", o.log_level, "least level that is logged, 0 (all) to 5 (fatal)")
@@ -93,24 +121,10 @@ std::vector<std::string> words_of(const FrameOptions& o) {
     return words;
 }
 
-std::string InputImage::sha256() const {
-    SampleType stored = type;
-    std::vector<uint8_t> packed;
-    if (samples.empty()) {
-        return sha256_of(data(), file.samples(), stored);
-    }
-    for (const int32_t v : samples) {
-        for (int shift = 8 * (type.bytes - 1); shift >= 0; shift -= 8) {
-            packed.push_back(static_cast<uint8_t>(static_cast<uint32_t>(v) >> shift));
-        }
-    }
-    return sha256_of(packed.data(), packed.size(), {1, false, false});
-}
-
 ModelRun::ModelRun(const FrameOptions& o) : pipeline_(o.pipeline) {
     const auto given = [&](const char* name) { return !o.image.at(name).empty(); };
-    if (!given("rgb") && !(given("y") && given("cb") && given("cr"))) {
-        throw CLI::RequiredError("--y, --cb and --cr, or --rgb,");
+    if (!given("photo") && !given("rgb") && !(given("y") && given("cb") && given("cr"))) {
+        throw CLI::RequiredError("--photo, or --y, --cb and --cr, or --rgb,");
     }
     cmodel* made = nullptr;
     if (cmodel_new(o.pipeline.c_str(), &made) < 0) {
@@ -121,16 +135,24 @@ ModelRun::ModelRun(const FrameOptions& o) : pipeline_(o.pipeline) {
     take_registers(o);
     const bool texture =
         o.pipeline == "pre_ee" && value("reg_ee_enable") == 1 && value("reg_ee_texture_mode") == 1;
-    if (texture && !given("yfusion")) {
+    if (texture && !given("yfusion") && !given("photo")) {
         throw Cannot(
             "reg_ee_texture_mode is 1, which needs the fused luma: give --yfusion FILE, or --set "
             "reg_ee_texture_mode=0");
     }
-    for (const auto& image : kImages) {
-        if (given(image.name)) {
-            read_image(image.name, o.image.at(image.name), o.wait);
+    for (const auto& [name, meaning] : kImages) {
+        const std::string& path = o.image.at(name);
+        if (given(name) && std::string(name) == "photo") {
+            photo_ = read_photo(path);
+            images_ = inputs_of(*photo_, path);
+        } else if (given(name)) {
+            images_.push_back(read_input(name, path, o.wait));
         }
     }
+    bind_inputs(model());
+    const cm::PackedImage& luma = images_[0]->file;
+    size_ = {static_cast<int>(luma.width), static_cast<int>(luma.height)};
+    luma_depth_ = luma.depth;
 }
 
 ModelRun::~ModelRun() {
@@ -173,6 +195,10 @@ void ModelRun::take_registers(const FrameOptions& o) {
                          findings == 1 ? "" : "s", cmodel_finding(model(), 0));
         }
     }
+    if (o.ini.empty() && !o.image.at("photo").empty()) {
+        require(cmodel_load_ini_text(model(), kMildSetting.data(), kMildSetting.size(), nullptr));
+        std::fprintf(stderr, "eetool: without --ini the setting is settings/mild.ini\n");
+    }
     for (const std::string& assignment : o.set) {
         set_register(model(), assignment);
     }
@@ -203,63 +229,30 @@ int32_t ModelRun::value(const char* key) const {
     return v;
 }
 
-void ModelRun::read_image(const std::string& name, const std::string& path, bool wait) {
-    // The library's reader waits for what it cannot open.
-    const int fd = wait ? -1 : open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (!wait && fd < 0) {
-        throw Cannot(path + " cannot be read: " + std::strerror(errno));
-    }
-    if (fd >= 0) {
-        close(fd);
-    }
-    auto image = std::make_unique<InputImage>();
-    image->name = name;
-    image->path = path;
-    const bool colour = name == "rgb";
-    image->file = cm::read_pnm(path.c_str(), colour ? cm::PnmKind::kColour : cm::PnmKind::kGrey,
-                               colour ? cm::at::kReadColour : cm::at::kReadGrey);
-    const cm::PackedImage& file = image->file;
-    if (!file.complete()) {
-        throw Cannot(path + " ends early: " + std::to_string(file.present) + " of " +
-                     std::to_string(file.samples() * static_cast<size_t>(file.sample_bytes)) +
-                     " bytes of samples");
-    }
-    image->type = {std::max(file.sample_bytes, 1), false, false};
-    if (file.sample_bytes != 1) {
-        image->samples.resize(file.samples());
-        for (uint32_t y = 0; y < file.height && !colour; ++y) {
-            file.read_row(y, 0, 0, file.width, image->samples.data() + size_t{y} * file.width);
-        }
-    }
-    bind_image(*image);
-    images_.push_back(std::move(image));
+const InputImage* ModelRun::find_image(const char* name) const {
+    const auto found =
+        std::find_if(images_.begin(), images_.end(), [&](const Input& input) { return input->name == name; });
+    return found == images_.end() ? nullptr : found->get();
 }
 
-void ModelRun::bind_image(const InputImage& image) {
-    const cm::PackedImage& file = image.file;
-    const bool wide = !image.samples.empty();
-    const ptrdiff_t bytes = wide ? 4 : 1;
-    const ptrdiff_t step = bytes * static_cast<ptrdiff_t>(file.channels);
-    uint8_t* const data =
-        wide ? static_cast<uint8_t*>(static_cast<void*>(const_cast<int32_t*>(image.samples.data())))
-             : image.file.bytes.get();
-    const char* const colours[] = {"red", "green", "blue"};
-    for (uint32_t c = 0; c < file.channels; ++c) {
-        const cmodel_plane plane{data + static_cast<ptrdiff_t>(c) * bytes,
-                                 wide ? CMODEL_S32 : CMODEL_U8,
-                                 static_cast<int>(file.width),
-                                 static_cast<int>(file.height),
-                                 step * static_cast<ptrdiff_t>(file.width),
-                                 step,
-                                 file.depth};
-        const char* const name = file.channels == 3 ? colours[c] : image.name.c_str();
-        if (cmodel_bind_input(model(), name, &plane) < 0) {
-            throw Cannot(image.path + ": " + cmodel_error(model()));
-        }
+std::unique_ptr<cmodel, DeleteModel> ModelRun::another() const {
+    cmodel* made = nullptr;
+    if (cmodel_new(pipeline_.c_str(), &made) < 0) {
+        throw Cannot("no memory for a model");
     }
-    if (image.name == "y" || image.name == "rgb") {
-        size_ = {static_cast<int>(file.width), static_cast<int>(file.height)};
-        luma_depth_ = file.depth;
+    std::unique_ptr<cmodel, DeleteModel> model(made);
+    cmodel_copy_registers(made, model_.get());
+    bind_inputs(made);
+    return model;
+}
+
+// A photograph's luma is its fused luma, too, unless there is another.
+void ModelRun::bind_inputs(cmodel* model) const {
+    if (photo_) {
+        bind_image(model, image("y"), "yfusion");
+    }
+    for (const Input& input : images_) {
+        bind_image(model, *input, input->name.c_str());
     }
 }
 

@@ -5,12 +5,13 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cmodel.h"
 #include "commands.h"
-#include "pnm.h"
+#include "plane_files.h"
 #include "shell_word.h"
 #include "stage_files.h"
 
@@ -19,7 +20,7 @@ namespace eetool {
 struct FrameOptions {
     std::string pipeline = "pre_ee", ini, instance = "NULL";
     std::vector<std::string> set;
-    std::map<std::string, std::string> image;  // paths by input, "rgb" among them; "" for none
+    std::map<std::string, std::string> image;  // paths by input, "rgb" and "photo" among them; "" for none
     bool wait = false;
     std::string log;
     int log_level = LOG_INFO;
@@ -30,27 +31,13 @@ void declare_frame_options(CLI::App& app, FrameOptions& options);
 // The options as words of a command line.
 std::vector<std::string> words_of(const FrameOptions& options);
 
-// One image file: samples in the machine's order, interleaved if it has colours.
-struct InputImage {
-    std::string name;  // of the input, or "rgb"
-    std::string path;
-    cm::PackedImage file;
-    SampleType type;               // unsigned, of as many bytes as the file has
-    std::vector<int32_t> samples;  // where the file has more than a byte each
-
-    const void* data() const {
-        return samples.empty() ? file.bytes.get() : static_cast<const void*>(samples.data());
-    }
-    std::string sha256() const;
-};
-
 struct DeleteModel {
     void operator()(cmodel* model) const { cmodel_free(model); }
 };
 
 // A model with its registers and its inputs bound, ready to run. Everything throws Cannot, or a
 // CLI::ParseError for options that cannot be. Standard error gets a line where the setting changes no
-// picture.
+// picture, and where a photograph comes without a register file: then the setting is mild.ini.
 class ModelRun {
   public:
     explicit ModelRun(const FrameOptions& options);
@@ -62,8 +49,13 @@ class ModelRun {
     const char* pipeline() const { return pipeline_.c_str(); }
     Size size() const { return size_; }
     int luma_depth() const { return luma_depth_; }
-    const std::vector<std::unique_ptr<InputImage>>& images() const { return images_; }
+    const std::vector<Input>& images() const { return images_; }
+    const InputImage* find_image(const char* name) const;  // null for none
+    const InputImage& image(const char* name) const { return *find_image(name); }
+    pictures::Picture* photo() { return photo_ ? &*photo_ : nullptr; }
     int32_t value(const char* key) const;
+    // One more model with the same registers and inputs, for another thread.
+    std::unique_ptr<cmodel, DeleteModel> another() const;
 
     // How the setting makes a stage; its block is null where it does not.
     const cmodel_making& making(const cmodel_stage_info& stage) const {
@@ -82,12 +74,12 @@ class ModelRun {
   private:
     void open_log(const FrameOptions& options);
     void take_registers(const FrameOptions& options);
-    void read_image(const std::string& name, const std::string& path, bool wait);
-    void bind_image(const InputImage& image);
+    void bind_inputs(cmodel* model) const;
 
     std::string pipeline_;
     std::unique_ptr<cmodel, DeleteModel> model_;
-    std::vector<std::unique_ptr<InputImage>> images_;
+    std::vector<Input> images_;
+    std::optional<pictures::Picture> photo_;
     Size size_;
     int luma_depth_ = 8;
     FILE* log_ = nullptr;

@@ -5,6 +5,8 @@
 
 #include "commands.h"
 #include "ee_hw.h"
+#include "plane_files.h"
+#include "scene.h"
 
 namespace eetool {
 namespace {
@@ -26,11 +28,11 @@ int fill_grey(FRAME* frame) {
 
 // A picture is a function that fills a three-channel 8-bit frame.
 const std::map<std::string, int (*)(FRAME*)> kPictures = {
-    {"checkerboard", GenPattern0}, {"star", GenPattern1}, {"noise", fill_grey}};
+    {"checkerboard", GenPattern0}, {"star", GenPattern1}, {"noise", fill_grey}, {"scene", draw_scene}};
 
 // A plane from a file as luma, with neutral chroma.
 Frame read_luma(const std::string& path) {
-    const Frame plane(CM_ReadPPM5(path.c_str(), 2));
+    const Frame plane = read_frame(path, false);
     Frame frame(CM_NewFRAME(2, CM_FORMAT_YCBCR, plane->width, plane->height, 3, plane->depth));
     Frame_Set_Constant(frame.get(), plane->depth > 0 ? 1 << (plane->depth - 1) : 0);
     const size_t pixels = size_t{plane->width} * plane->height;
@@ -94,7 +96,7 @@ int run(const Options& o) {
 std::function<int()> declare(CLI::App& app) {
     const auto o = std::make_shared<Options>();
     constexpr uint32_t kLargest = 16384;
-    app.add_option("picture", o->kind, "checkerboard, star or noise (on mid-grey)")
+    app.add_option("picture", o->kind, "checkerboard, star, noise (on mid-grey) or scene")
         ->option_text("(required)")
         ->required()
         ->check(CLI::IsMember(&kPictures));
@@ -124,12 +126,14 @@ std::function<int()> declare(CLI::App& app) {
 
 }  // namespace
 
-const Command kPattern = {"pattern", "Write a test picture, or add noise to a plane",
-                          "  eetool pattern checkerboard --width 320 --height 240 --rgb board.ppm\n"
-                          "  eetool pattern star --y y.pgm --cb cb.pgm --cr cr.pgm\n"
-                          "  eetool pattern noise --in y.pgm --sigma 4 --spikes --seed 7 --y noisy.pgm\n",
-                          "Pictures have 8 bits and neutral chroma. The star's radius is half the height "
-                          "less 100, so it\nneeds a height above 200. One seed gives one noise.\n",
-                          declare};
+const Command kPattern = {
+    "pattern", "Write a test picture, or add noise to a plane",
+    "  eetool pattern checkerboard --width 320 --height 240 --rgb board.ppm\n"
+    "  eetool pattern star --y y.pgm --cb cb.pgm --cr cr.pgm\n"
+    "  eetool pattern noise --in y.pgm --sigma 4 --spikes --seed 7 --y noisy.pgm\n",
+    "Pictures have 8 bits; only the scene, panels of text, skin, sky, texture and colours with a little\n"
+    "noise, has colours. The star's radius is half the height "
+    "less 100, so it\nneeds a height above 200. One seed gives one noise.\n",
+    declare};
 
 }  // namespace eetool

@@ -15,7 +15,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 struct Options : FrameOptions {
-    std::string out, stages, format = "npy";
+    std::string out, before_after, stages, format = "npy";
     std::vector<std::string> stage;
 };
 
@@ -105,6 +105,7 @@ Json record_of(const Options& o, const ModelRun& run, const std::vector<Wanted>&
         names += (names.empty() ? "" : ",") + name;
     }
     add("--out", o.out);
+    add("--before-after", o.before_after);
     add("--stages", o.stages);
     add("--stage", names);
     add("--format", o.format == "npy" ? "" : o.format);
@@ -136,13 +137,79 @@ Json record_of(const Options& o, const ModelRun& run, const std::vector<Wanted>&
     return record;
 }
 
+// Whether the output is a view of a stage.
+bool is_view(const ModelRun& run) {
+    const int mode = run.value("reg_ee_debug_mode");
+    for (int i = 0; mode != 0 && i < cmodel_stage_count(run.pipeline()); ++i) {
+        if (cmodel_stage(run.pipeline(), i)->view_mode == mode) {
+            return run.value("reg_ee_enable") == 1;
+        }
+    }
+    return false;
+}
+
+// The photograph with its luma sharpened, or the view in its place, and beside what it was.
+void write_photo(const Options& o, ModelRun& run, const Array& output) {
+    pictures::Picture& photo = *run.photo();
+    const std::string& path = o.image.at("photo");
+    std::optional<pictures::Picture> before;
+    if (!o.before_after.empty()) {
+        before = pictures::copy_of(photo, path);
+    }
+    if (is_view(run)) {
+        pictures::set_grey(photo, output.data());
+    } else {
+        pictures::change_luma(photo, static_cast<const uint8_t*>(run.image("y").data()), output.data());
+    }
+    // Everything is encoded before anything is written.
+    std::vector<uint8_t> both;
+    if (before) {
+        both =
+            pictures::encode_picture(o.before_after, pictures::side_by_side(*before, photo, o.before_after));
+    }
+    if (!o.out.empty()) {
+        pictures::write_picture(o.out, photo);
+    }
+    if (before) {
+        pictures::write_file(o.before_after, both.data(), both.size());
+    }
+}
+
+// Luma, in the machine's order.
+void write_luma(const std::string& path, Size size, int depth, Array& output) {
+    const SampleType machine = type_of(*cmodel_stage("pre_ee", 0));
+    const bool wide = depth > 8;
+    if (pictures::names_compressed_picture(path)) {
+        pictures::Picture luma = pictures::new_picture(path, size.width, size.height, 1, (1 << depth) - 1);
+        std::memcpy(luma.memory.get(), output.data(), output.size());
+        pictures::write_picture(path, luma);
+        return;
+    }
+    for (size_t i = 0; wide && !machine.big_endian && i < output.size(); i += 2) {
+        std::swap(output[i], output[i + 1]);
+    }
+    cm::write_pgm(path.c_str(), static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height), depth,
+                  output.data());
+}
+
 int run(const Options& o) {
-    if (o.out.empty() && o.stages.empty()) {
-        throw CLI::RequiredError("--out, --stages or both");
+    if (o.out.empty() && o.before_after.empty() && o.stages.empty()) {
+        throw CLI::RequiredError("--out, --before-after or --stages");
     }
     const Format format = *format_of("." + o.format);
     ModelRun run(o);
     const Size size = run.size();
+    for (const std::string* const path : {&o.out, &o.before_after}) {
+        if (path->empty()) {
+            continue;
+        }
+        if (run.photo() != nullptr) {
+            pictures::require_format(*path, run.photo()->channels, run.photo()->max);
+        }
+        if (!can_write(*path)) {
+            return report_cannot("written", *path);
+        }
+    }
     std::vector<Wanted> stages;
     if (!o.stages.empty()) {
         stages = choose_stages(o, run, format);
@@ -174,15 +241,10 @@ int run(const Options& o) {
     for (const Wanted& stage : stages) {
         write_stage(o.stages + "/" + stage.file, format, *stage.info, size, stage.samples.data());
     }
-    if (!o.out.empty()) {
-        if (!can_write(o.out)) {
-            return report_cannot("written", o.out);
-        }
-        for (size_t i = 0; out_type.bytes == 2 && !out_type.big_endian && i < output.size(); i += 2) {
-            std::swap(output[i], output[i + 1]);
-        }
-        cm::write_pgm(o.out.c_str(), static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height),
-                      out_depth, output.data());
+    if (run.photo() != nullptr) {
+        write_photo(o, run, output);
+    } else if (!o.out.empty()) {
+        write_luma(o.out, size, out_depth, output);
     }
     // Last, so that a run that failed half-way has none.
     if (!o.stages.empty()) {
@@ -195,7 +257,13 @@ int run(const Options& o) {
 std::function<int()> declare(CLI::App& app) {
     const auto o = std::make_shared<Options>();
     declare_frame_options(app, *o);
-    app.add_option("--out", o->out, "the sharpened luma (P5)")->option_text("FILE");
+    app.add_option("--out", o->out,
+                   "the sharpened luma (P5, or by its name PNG, JPEG or TIFF); with --photo the photograph, "
+                   "in the format of its name")
+        ->option_text("FILE");
+    app.add_option("--before-after", o->before_after, "the photograph and the sharpened one side by side")
+        ->option_text("FILE")
+        ->needs("--photo");
     CLI::Option* const stages =
         app.add_option("--stages", o->stages, "write every stage, and run.json, to this directory")
             ->option_text("DIR");
@@ -215,7 +283,8 @@ std::function<int()> declare(CLI::App& app) {
 
 const Command kRun = {
     "run", "Run either pipeline on one frame, and write its stages",
-    "  eetool pattern star --sigma 2 --y y.pgm --cb cb.pgm --cr cr.pgm\n"
+    "  eetool pattern star --sigma 2 --y y.pgm --cb cb.pgm --cr cr.pgm --rgb photo.ppm\n"
+    "  eetool run --photo photo.ppm --out sharp.png --before-after both.png\n"
     "  eetool run --set reg_ee_texture_mode=0 --y y.pgm --cb cb.pgm --cr cr.pgm --out sharp.pgm\n"
     "  eetool run --pipeline classic --y y.pgm --cb cb.pgm --cr cr.pgm --stages stages\n",
     "A stage NAME is DIR/NN_NAME.npy, in uint8, int16 or int32, whichever holds the stage over all "
