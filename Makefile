@@ -1,6 +1,7 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
-.PHONY: all demo test test-cluster test-long abi page test-page bench fuzz mutate deps page-deps release clean
+.PHONY: all demo check test test-long test-cluster test-cross test-cross-short deb test-deb abi page test-page bench fuzz mutate deps \
+    page-deps release clean
 
 all: release
 
@@ -14,6 +15,13 @@ release: deps
 # A sample frame through the program, debug images on; everything is left in demo-out/.
 demo: release
 	tools/demo.sh build/release demo-out
+
+# Library and program alone, with their own tests.
+check:
+	@tools/install_packages.sh packages-core.txt
+	cmake --preset core
+	cmake --build --preset core
+	ctest --preset core
 
 # All tests twice: as released, and under the address and undefined-behaviour sanitizers.
 test: deps
@@ -30,6 +38,29 @@ test-cluster: release
 # What takes more than two minutes: all steps of the fault tests, 20,000 runs against the plain model.
 test-long: release
 	ctest --preset release -C Long -L long
+
+# Debian packages in build/deb: built twice and compared, looked at by lintian. The packages are those of the commit
+# that is checked out.
+deb:
+	@tools/install_packages.sh packages-deb.txt
+	packaging/deb.sh build/deb
+
+# Installed, upgraded, used and removed in a clean root, which is made in ROOT.
+ROOT ?= /var/tmp/cmodel-root
+test-deb:
+	@tools/install_packages.sh packages-deb.txt
+	packaging/test_root.sh build/deb $(ROOT)
+
+# Other processors: the tests built for arm64 and s390x, run in an emulator, and runs compared file by file with those
+# of this machine.
+test-cross: deps
+	@tools/install_packages.sh packages-cross.txt
+	tests/cross.sh $(CROSS)
+
+# The same with the big-endian one alone, a few cases.
+test-cross-short: deps
+	@tools/install_packages.sh packages-cross.txt
+	tests/cross.sh --short s390x
 
 # The library's binary interface beside that of the last release.
 abi: deps

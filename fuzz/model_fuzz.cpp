@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "cmodel.h"
+#include "files.h"
 #include "fuzz.h"
 
 namespace {
@@ -90,8 +91,8 @@ void check_run(Subject& s, std::vector<uint8_t>& memory, const std::vector<uint8
             const int x = r[0] + k % r[2], y = r[1] + k / r[2];
             const ptrdiff_t at = static_cast<uint8_t*>(s.written[i].data) - memory.data() +
                                  s.written[i].row_stride * y + s.written[i].step * x;
-            std::memcpy(&expected[static_cast<size_t>(at)], &samples[static_cast<size_t>(y * own.width + x)],
-                        bytes_of(s.written[i].type));
+            put_sample(&expected[static_cast<size_t>(at)], samples[static_cast<size_t>(y * own.width + x)],
+                       bytes_of(s.written[i].type));
         }
     }
     FUZZ_CHECK(got == expected);

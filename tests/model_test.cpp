@@ -281,9 +281,9 @@ struct Case {
             pool.bytes[i] = static_cast<uint8_t>((noise *= 0x5851f42d4c957f2d) >> 50);
         for (const auto& [name, input] : inputs)
             for (size_t i = 0; i < input.first.data.size(); ++i)
-                std::memcpy(sample(input.second, static_cast<int>(i) % input.second.width,
-                                   static_cast<int>(i) / input.second.width),
-                            &input.first.data[i], static_cast<size_t>(bytes_of(input.second.type)));
+                put_sample(sample(input.second, static_cast<int>(i) % input.second.width,
+                                  static_cast<int>(i) / input.second.width),
+                           input.first.data[i], static_cast<size_t>(bytes_of(input.second.type)));
         return {pool.bytes.get(), pool.bytes.get() + pool.used};
     }
 
@@ -297,8 +297,8 @@ struct Case {
                 for (int x = x0; x < x0 + w; ++x) {
                     const I v = plane.want(x, y);
                     lost |= cut(plane.at.type, v) != v;
-                    std::memcpy(&want[static_cast<size_t>(sample(plane.at, x, y) - pool.bytes.get())], &v,
-                                static_cast<size_t>(bytes_of(plane.at.type)));
+                    put_sample(&want[static_cast<size_t>(sample(plane.at, x, y) - pool.bytes.get())], v,
+                               static_cast<size_t>(bytes_of(plane.at.type)));
                 }
         got_log.clear();
         cmodel_set_log(

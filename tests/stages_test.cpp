@@ -2,11 +2,11 @@
 // frames and settings, and once more again from one changed sample.
 #include <sys/wait.h>
 
-#include <cstring>
 #include <random>
 #include <regex>
 #include <sstream>
 
+#include "files.h"
 #include "random_cases.h"
 #include "stage_files.h"
 #include "test_frames.h"
@@ -100,9 +100,8 @@ void write_stage(const std::string& path, eetool::Format format, const cmodel_st
     const size_t bytes = static_cast<size_t>(eetool::type_of(info).bytes);
     std::vector<uint8_t> samples;
     for (const int32_t v : p.data) {
-        uint8_t raw[4];
-        std::memcpy(raw, &v, sizeof v);
-        samples.insert(samples.end(), raw, raw + bytes);
+        samples.resize(samples.size() + bytes);
+        put_sample(&samples[samples.size() - bytes], v, bytes);
     }
     eetool::write_stage(path, format, info, {p.width, p.height}, samples.data());
 }
