@@ -1,7 +1,7 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
 .PHONY: all demo check test test-long test-cluster test-cross test-cross-short deb test-deb abi page test-page bench fuzz mutate deps \
-    page-deps release clean
+    page-deps release clean docs-pictures
 
 all: release
 
@@ -22,6 +22,10 @@ check:
 	cmake --preset core
 	cmake --build --preset core
 	ctest --preset core
+
+# The pictures and tables of docs/tuning.md, by the commands that it shows.
+docs-pictures: release
+	tools/docs_pictures.py build/release/eetool docs/tuning.md
 
 # All tests twice: as released, and under the address and undefined-behaviour sanitizers.
 test: deps

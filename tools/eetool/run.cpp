@@ -149,7 +149,7 @@ bool is_view(const ModelRun& run) {
 }
 
 // The photograph with its luma sharpened, or the view in its place, and beside what it was.
-void write_photo(const Options& o, ModelRun& run, const Array& output) {
+void write_photo(const Options& o, ModelRun& run, const uint8_t* output) {
     pictures::Picture& photo = *run.photo();
     const std::string& path = o.image.at("photo");
     std::optional<pictures::Picture> before;
@@ -157,9 +157,9 @@ void write_photo(const Options& o, ModelRun& run, const Array& output) {
         before = pictures::copy_of(photo, path);
     }
     if (is_view(run)) {
-        pictures::set_grey(photo, output.data());
+        pictures::set_grey(photo, output);
     } else {
-        pictures::change_luma(photo, static_cast<const uint8_t*>(run.image("y").data()), output.data());
+        pictures::change_luma(photo, static_cast<const uint8_t*>(run.image("y").data()), output);
     }
     // Everything is encoded before anything is written.
     std::vector<uint8_t> both;
@@ -176,20 +176,20 @@ void write_photo(const Options& o, ModelRun& run, const Array& output) {
 }
 
 // Luma, in the machine's order.
-void write_luma(const std::string& path, Size size, int depth, Array& output) {
+void write_luma(const std::string& path, Size size, int depth, uint8_t* output) {
     const SampleType machine = type_of(*cmodel_stage("pre_ee", 0));
     const bool wide = depth > 8;
     if (pictures::names_compressed_picture(path)) {
         pictures::Picture luma = pictures::new_picture(path, size.width, size.height, 1, (1 << depth) - 1);
-        std::memcpy(luma.memory.get(), output.data(), output.size());
+        std::memcpy(luma.memory.get(), output, luma.bytes());
         pictures::write_picture(path, luma);
         return;
     }
-    for (size_t i = 0; wide && !machine.big_endian && i < output.size(); i += 2) {
+    for (size_t i = 0; wide && !machine.big_endian && i < 2 * size.samples(); i += 2) {
         std::swap(output[i], output[i + 1]);
     }
     cm::write_pgm(path.c_str(), static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height), depth,
-                  output.data());
+                  output);
 }
 
 int run(const Options& o) {
@@ -226,14 +226,19 @@ int run(const Options& o) {
     const bool is_copy = run.value("reg_ee_enable") != 1 && o.pipeline == "pre_ee";
     const int out_depth = is_copy ? run.luma_depth() : 8;
     const SampleType out_type{out_depth > 8 ? 2 : 1, false, type_of(*cmodel_stage("pre_ee", 0)).big_endian};
-    Array output(size.samples() * static_cast<size_t>(out_type.bytes));
-    const cmodel_plane plane{output.data(), out_type.bytes == 1 ? CMODEL_U8 : CMODEL_U16, size.width,
-                             size.height,   ptrdiff_t{out_type.bytes} * size.width,       out_type.bytes,
+    const pictures::Memory memory = pictures::allocate(size.samples() * static_cast<size_t>(out_type.bytes));
+    if (memory == nullptr) {
+        throw Cannot("no memory for the output");
+    }
+    uint8_t* const output = memory.get();
+    const cmodel_plane plane{output,      out_type.bytes == 1 ? CMODEL_U8 : CMODEL_U16, size.width,
+                             size.height, ptrdiff_t{out_type.bytes} * size.width,       out_type.bytes,
                              out_depth};
     run.require(cmodel_bind_output(run.model(), &plane));
     run.require(cmodel_run(run.model()));
     run.finish_log();
-    const std::string output_sha = sha256_of(output.data(), size.samples(), out_type);
+    // Before the output's bytes are swapped for its file.
+    const std::string output_sha = o.stages.empty() ? "" : sha256_of(output, size.samples(), out_type);
 
     if (!o.stages.empty()) {
         prepare_directory(o.stages);

@@ -144,7 +144,7 @@ void change_rows(Picture& picture, const uint8_t* before, const uint8_t* after) 
 }
 
 Memory take(size_t size, const std::string& name) {
-    Memory memory(static_cast<uint8_t*>(std::malloc(size)));
+    Memory memory = allocate(size);
     if (memory == nullptr) {
         throw Error(name + ": no memory for its planes");
     }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "large_pages.h"
 #include "picture_formats.h"
 
 namespace pictures {
@@ -212,13 +213,19 @@ bool write_all(int fd, const uint8_t* bytes, size_t size) {
 
 }  // namespace
 
+Memory allocate(size_t size) {
+    Memory memory(static_cast<uint8_t*>(std::malloc(size)));
+    cm::advise_large_pages(memory.get(), size);
+    return memory;
+}
+
 Picture new_picture(const std::string& name, int64_t width, int64_t height, int channels, int max) {
     Picture picture;
     picture.width = static_cast<int>(width);
     picture.height = static_cast<int>(height);
     picture.channels = channels;
     picture.max = max;
-    picture.memory.reset(static_cast<uint8_t*>(std::malloc(picture.bytes())));
+    picture.memory = allocate(picture.bytes());
     if (picture.memory == nullptr) {
         throw Error(name + ": no memory for " + std::to_string(width) + "x" + std::to_string(height) +
                     " pixels");

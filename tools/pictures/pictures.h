@@ -27,6 +27,9 @@ struct FreeMemory {
 };
 using Memory = std::unique_ptr<uint8_t[], FreeMemory>;  // not cleared
 
+// Fresh memory, not cleared; null when there is none.
+Memory allocate(size_t size);
+
 // What a PNG says of its colours beside an ICC profile; as libpng has it, in 1/100000.
 struct PngColours {
     std::optional<int> srgb_intent;
