@@ -218,10 +218,10 @@ TEST_F(Pictures, OfEveryKind) {
         Values values;  // the first ones
     } good[] = {
         {tiff(2, 1, tags(PHOTOMETRIC_MINISWHITE, 8, 1), {0, 250}), 1, {255, 5}},
-        {tiff(2, 1, tags(PHOTOMETRIC_MINISWHITE, 16, 1), {1, 0, 0, 0}), 1, {65534, 65535}},
+        {tiff(2, 1, tags(PHOTOMETRIC_MINISWHITE, 16, 1), {1, 1, 0, 0}), 1, {65278, 65535}},
         {tiff(3, 1, tags(PHOTOMETRIC_MINISBLACK, 1, 1), {0xa0}), 1, {255, 0, 255}},
         {tiff(2, 1, tags(PHOTOMETRIC_MINISBLACK, 4, 1), {0x1f}), 1, {17, 255}},
-        {tiff(2, 1, tags(PHOTOMETRIC_MINISBLACK, 16, 1), {1, 2, 3, 4}, "wb"), 1, {513, 1027}},
+        {tiff(2, 1, tags(PHOTOMETRIC_MINISBLACK, 16, 1), {2, 2, 4, 4}, "wb"), 1, {514, 1028}},
         {tiff(2, 1, tags(PHOTOMETRIC_RGB, 8, 3, {{TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE}}),
               {1, 2, 3, 4, 5, 6}),
          3,
@@ -233,6 +233,7 @@ TEST_F(Pictures, OfEveryKind) {
         {tiff(1, 1, tags(PHOTOMETRIC_RGB, 8, 4), {1, 2, 3, 4}), 4, {1, 2, 3, 4}},
         {jpeg(JCS_GRAYSCALE, 1, {77}, true), 1, {77, 77}},
         {jpeg(JCS_RGB, 3, {200, 200, 200}), 3, {200, 200, 200}},
+        {{'P', '5', ' ', '1', ' ', '1', ' ', '9', '9', '9', '\n', 1, 2}, 1, {258}},
         {{'P', '5', '#', '\n', '1', '#', ' ', '2', '\n', ' ', '1', '\t', '9', '\n', 9}, 1, {9}},
     };
     for (const auto& g : good) {
