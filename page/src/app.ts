@@ -66,6 +66,8 @@ export class App {
     tab: Tab = 'registers'
     search = ''
     onlyChanged = false
+    /** Shows what was drawn at once, before the rest of the page is brought up to date. */
+    paint: () => void = () => {}
     /** The register that is to be brought into sight. */
     revealed = ''
 
@@ -371,11 +373,14 @@ export class App {
     }
 
     private drew(which: 'current' | 'reference', rect: Rect, by: number, picture: Rendered) {
-        const canvas = document.createElement('canvas')
-        canvas.width = picture.width
-        canvas.height = picture.height
+        const canvas = this.drawn[which]?.canvas ?? document.createElement('canvas')
+        if (canvas.width !== picture.width || canvas.height !== picture.height) {
+            canvas.width = picture.width
+            canvas.height = picture.height
+        }
         canvas.getContext('2d')!.putImageData(new ImageData(picture.rgba, picture.width, picture.height), 0, 0)
         this.drawn[which] = { canvas, rect, by }
+        this.paint()
         if (which === 'current') {
             this.times = { modelMs: picture.modelMs, ms: picture.ms }
             this.after('count', 200, () => this.count())

@@ -87,7 +87,8 @@ export function PictureView({ app }: { app: App }) {
         observer.observe(place.current!)
         return () => observer.disconnect()
     }, [app])
-    useLayoutEffect(() => paint(canvas.current!, app))
+    app.paint = () => paint(canvas.current!, app)
+    useLayoutEffect(() => app.paint())
 
     const at = (event: { clientX: number; clientY: number }) => {
         const box = canvas.current!.getBoundingClientRect()
