@@ -50,6 +50,10 @@ const depths: Record<Input, [number, number]> = {
     yfusion: [8, 20],
 }
 
+/** Of all planes and the picture, and what leaves room for stages in the 4 GiB that the model's addresses reach. */
+const bytesPerPixel = 9
+const mostBytes = 3.4e9
+
 interface Held {
     plane: Plane
     origin: string
@@ -128,8 +132,14 @@ export class Frame {
         })
     }
 
-    /** Nothing stays of a frame that cannot be had. */
+    /** Nothing stays of a frame that cannot be had; one that cannot fit is refused before memory is taken. */
     private static build(frame: Frame, fill: (frame: Frame) => void): Frame {
+        const { width, height } = frame
+        const size = bytesPerPixel * width * height
+        if (size > mostBytes) {
+            const needs = `${(size / 1e9).toFixed(1)} of ${(mostBytes / 1e9).toFixed(1)} GB`
+            throw new Failure(`There is no memory for a frame of ${width}x${height} (${needs}).`)
+        }
         try {
             fill(frame)
             frame.output = frame.newPlane(Sample.U16, frame.width, frame.height, 8)

@@ -74,16 +74,6 @@ function Toolbar({ app, help }: { app: App; help: () => void }) {
                     />
                 </label>
             )}
-            {isStage && app.stage(show.stage)!.unit === 'class' && (
-                <span class="legend">
-                    {['dark flat', 'dark edge', 'mid-tone', 'line', 'bright edge', 'bright flat'].map((name, i) => (
-                        <span>
-                            <i class={`class-${i}`} />
-                            {name}
-                        </span>
-                    ))}
-                </span>
-            )}
             <label>
                 Compare{' '}
                 <select

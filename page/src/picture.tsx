@@ -176,12 +176,27 @@ export function PictureView({ app }: { app: App }) {
                 }}
             />
             {app.compare !== 'off' && app.frame !== null && <Divider app={app} />}
+            {app.show.what === 'stage' && app.stage(app.show.stage)!.unit === 'class' && <Legend />}
             {app.obstacle !== '' && (
                 <p class="obstacle" role="status">
                     {app.obstacle}
                 </p>
             )}
         </div>
+    )
+}
+
+/** The colours of the texture classes. */
+function Legend() {
+    return (
+        <span class="legend">
+            {['dark flat', 'dark edge', 'mid-tone', 'line', 'bright edge', 'bright flat'].map((name, i) => (
+                <span>
+                    <i class={`class-${i}`} />
+                    {name}
+                </span>
+            ))}
+        </span>
     )
 }
 

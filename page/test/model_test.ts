@@ -168,3 +168,39 @@ test('INI texts with all that they may hold are read as the library reads them',
         })
     assert.equal(output.trimEnd().split('\n').length, texts.length)
 })
+
+test('a frame for which there is no memory is told, and the one before stays', async () => {
+    openRandom()
+    const before = engine.frameInfo()
+    const values = random.settings(registers, before.inputs[5].depth)
+    const sum = (await engine.runFull(values, async () => true))!.sha256
+    const header = new TextEncoder().encode('P5\n20000 19000\n255\n')
+    const large = new Uint8Array(header.length + 20000 * 19000)
+    large.set(header)
+    assert.throws(() => engine.openFiles([{ name: 'large.pgm', bytes: large }]), /no memory for a frame of 20000x19000/)
+    assert.deepEqual(engine.frameInfo(), before)
+    assert.equal((await engine.runFull(values, async () => true))!.sha256, sum)
+})
+
+test('a photograph has the planes that eetool makes of it', () => {
+    for (const [width, height] of [
+        [1, 1],
+        [64, 33],
+        [131, 20],
+    ]) {
+        const file = pnmFile('P6', width, height, 8, random.samples(3 * width, height, 8))
+        engine.openFiles([{ name: 'photo.ppm', bytes: file }])
+        writeFileSync(path('photo.ppm'), file)
+        execFileSync(join(programs, 'eetool'), ['planes', path('photo.ppm'), path('planes')])
+        for (const input of inputs) {
+            const ours = engine.inputPgm(input)
+            const count = (input === 'cb' || input === 'cr' ? (width + 1) >> 1 : width) * height
+            const theirs = readFileSync(join(path('planes'), `${input === 'ynr' ? 'src_ynr' : input}.pgm`))
+            assert.deepEqual(
+                Buffer.from(ours.subarray(-count)),
+                theirs.subarray(-count),
+                `${input} of ${width}x${height}`,
+            )
+        }
+    }
+})
