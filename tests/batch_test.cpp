@@ -384,6 +384,12 @@ TEST_F(Batch, GoesOnWhereItWas) {
     EXPECT_EQ(said("--results r --resume"), "0 3 of 3 jobs: 3 ok, 0 failed, 0");
     EXPECT_EQ(said("--results r --resume"), "0 0 of 3 jobs: 0 ok, 0 failed, 0");
 
+    // A photograph gives what `run` makes of it.
+    eetool("run --photo 1.ppm --stages st --out x.ppm" + off);
+    eetool("jobs --photo 1.ppm --out photo" + off);
+    const std::string line = eetool("batch photo").out, hash = line.substr(line.find("sha256") + 9, 64);
+    EXPECT_NE(slurp("st/run.json").find("\"sha256\": \"" + hash + "\"\n  }\n}"), std::string::npos) << hash;
+
     // Ended by a signal as soon as it has a result.
     std::string gains = "1";
     for (int k = 2; k < 256; ++k) gains += "," + std::to_string(k);

@@ -355,8 +355,8 @@ void check_fusion(const Job& job) {
     const auto mode = std::find_if(job.set.begin(), job.set.end(),
                                    [](const auto& a) { return a.first == "reg_ee_texture_mode"; });
     const bool texture = mode == job.set.end() || mode->second == 1;
-    const bool fused =
-        std::any_of(job.image.begin(), job.image.end(), [](const auto& i) { return i.first == "yfusion"; });
+    const bool fused = std::any_of(job.image.begin(), job.image.end(),
+                                   [](const auto& i) { return i.first == "yfusion" || i.first == "photo"; });
     if (job.pipeline == "pre_ee" && job.ini.empty() && texture && job.clip.empty() && !fused) {
         throw Cannot(job.id +
                      " has no fused luma, which reg_ee_texture_mode = 1 needs: name it, or give --set "

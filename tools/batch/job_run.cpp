@@ -93,16 +93,36 @@ void FrameInputs::read(const Job& job) {
             throw Cannot(job.clip + ": frame " + std::to_string(job.frame) + " " + e.what());
         }
     }
+    for (const auto& [name, path] : job.image) {
+        if (name == "photo") {
+            read_photo(path);
+        }
+    }
     size_t next = 0;
     for (const auto& [name, path] : job.image) {
-        read_image(name, path, images_[next++ % kImages]);
+        if (name != "photo") {
+            read_image(name, path, images_[next++ % kImages]);
+        }
     }
 }
 
+// The planes are those of `eetool run --photo`; fused luma is luma itself.
+void FrameInputs::read_photo(const std::string& path) try {
+    photo_ = pictures::planes_of(pictures::read_picture(path), path);
+    const auto plane = [&](const pictures::Memory& samples, int width) {
+        return cmodel_plane{samples.get(), CMODEL_U8, width, photo_.height, width, 1, 8};
+    };
+    add("y", plane(photo_.y, photo_.width));
+    add("cb", plane(photo_.cb, photo_.chroma_width));
+    add("cr", plane(photo_.cr, photo_.chroma_width));
+    add("yfusion", plane(photo_.y, photo_.width));
+    size_ = {photo_.width, photo_.height};
+    luma_depth_ = 8;
+} catch (const pictures::Error& e) {
+    throw Cannot(e.what());
+}
+
 void FrameInputs::read_image(const std::string& name, const std::string& path, Image& image) {
-    if (name == "photo") {
-        throw Cannot(path + ": photographs are not read yet");
-    }
     const bool colour = name == "rgb";
     cm::PackedImage file;
     const std::string wrong =

@@ -14,6 +14,7 @@
 #include "clip.h"
 #include "cmodel.h"
 #include "job.h"
+#include "photo_planes.h"
 #include "pnm.h"
 #include "stage_files.h"
 
@@ -45,12 +46,14 @@ class FrameInputs {
         std::vector<int32_t> wide;  // samples of other than one or two bytes
     };
 
+    void read_photo(const std::string& path);
     void read_image(const std::string& name, const std::string& path, Image& image);
     void add(const char* name, const cmodel_plane& plane);
 
     std::array<Image, kImages> images_;
     std::vector<uint8_t> clip_bytes_;
     ClipPlanes clip_planes_;
+    pictures::PhotoPlanes photo_;
     std::unique_ptr<ClipFile> clip_;  // the one that was read last
     std::vector<std::pair<const char*, cmodel_plane>> planes_;
     Size size_;

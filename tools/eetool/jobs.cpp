@@ -128,7 +128,8 @@ const Command kJobs = {
     "  eetool jobs --split sweep.jsonl --times sweep_results.jsonl\n",
     "A line of JSON is a run: id (FRAME@SETTING), pipeline, ini, instance, set, the inputs (y, cb, cr, ynr, "
     "mmap,\n"
-    "yfusion; or rgb; or clip and frame), out, stages, expect. The same words give the same list. A number\n"
+    "yfusion; or rgb; or photo; or clip and frame), out, stages, expect. The same words give the same list. "
+    "A number\n"
     "that is missing among the frames is an error. docs/sequences.md tells more.\n",
     declare};
 
