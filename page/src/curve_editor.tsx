@@ -160,7 +160,7 @@ export function CurveEditor({ app, group }: { app: App; group: Group }) {
     }
 
     return (
-        <div class="curve">
+        <div class="plot">
             <svg
                 ref={svg}
                 viewBox={`0 0 ${width} ${height}`}
