@@ -19,6 +19,11 @@ build() { # DIRECTORY
     rm -rf "$1"
     mkdir -p "$1"
     git -C "$source" archive --prefix="cmodel-$version/" HEAD | tar -x -C "$1"
+    # The tuning page takes a compiler of its own to make; it is in the packages if it lies there made.
+    if [ -e "$source/build/page/tuning.html" ]; then
+        mkdir -p "$1/cmodel-$version/build/page"
+        cp "$source/build/page/tuning.html" "$1/cmodel-$version/build/page"
+    fi
     tar -c -C "$1" --sort=name --owner=0 --group=0 --numeric-owner "cmodel-$version" |
         xz -T1 >"$1/cmodel_$version.orig.tar.xz"
     cp -r "$1/cmodel-$version/packaging/debian" "$1/cmodel-$version/debian"
