@@ -1,6 +1,6 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
-.PHONY: all demo check test test-long test-cluster test-cross test-cross-short deb test-deb abi page test-page bench fuzz mutate deps \
+.PHONY: all demo check test lint test-long test-cluster test-cross test-cross-short deb test-deb abi page test-page bench fuzz mutate deps \
     page-deps release clean docs-pictures
 
 all: release
@@ -13,7 +13,9 @@ release: deps
 	cmake --build --preset release
 
 # A sample frame through the program, debug images on; everything is left in demo-out/.
-demo: release
+demo: deps
+	cmake --preset release
+	cmake --build --preset release --target make_sample pre_ee_main
 	tools/demo.sh build/release demo-out
 
 # Library and program alone, with their own tests.
@@ -38,6 +40,10 @@ test: deps
 test-cluster: release
 	@tools/install_packages.sh packages-cluster.txt
 	tests/cluster_test.py build/release/eetool
+
+# Lint of the tools, which takes minutes; that of the model is among the tests.
+lint: release
+	ctest --preset release -C Long -L lint
 
 # What takes more than two minutes: all steps of the fault tests, 20,000 runs against the plain model.
 test-long: release
