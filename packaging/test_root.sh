@@ -37,7 +37,9 @@ install_debs() { # DIRECTORY
 
 [ -e "$root/proc/self" ] || mount -t proc proc "$root/proc"
 trap 'umount "$root/proc" 2>/dev/null || true' EXIT
-# What the packages depend on stays; it is there before.
+# A run that was ended may have left them installed. What the packages depend on stays; it is there before.
+# shellcheck disable=SC2086  # a list of words
+in_root dpkg --purge $packages >/dev/null 2>&1
 in_root apt-get update -q >/dev/null
 needed=$(for package in $packages; do dpkg-deb -f "$(ls "$debs/$package"_*.deb)" Depends; done | tr ',' '\n' |
     sed 's/(.*//; s/|.*//; s/ //g' | grep -v '^libcmodel' | sort -u)
@@ -69,7 +71,7 @@ done
 readme=$(dirname "$0")/../README.md
 sed -n 's/^### I //p' "$readme" | while read -r road; do
     scratch=$(mktemp -d -p "$root/tmp")
-    sed -n "/^### I $road\$/,/^### /p" "$readme" | sed -n '/^```sh$/,/^```$/p' | sed '/^```/d' >"$scratch/road.sh"
+    sed -n "/^### I $road\$/,/^##/p" "$readme" | sed -n '/^```sh$/,/^```$/p' | sed '/^```/d' >"$scratch/road.sh"
     [ -s "$scratch/road.sh" ]
     in_root sh -c "cd '/tmp/${scratch##*/}' && sh -eux road.sh" >"$root/tmp/road.log" 2>&1 || {
         cat "$root/tmp/road.log" >&2
