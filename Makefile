@@ -1,7 +1,7 @@
 # `make demo` and `make test` are all that a fresh machine needs. For programs of your own: docs/model.md.
 
-.PHONY: all demo check test lint test-long test-cluster test-cross test-cross-short deb test-deb abi page test-page bench fuzz mutate deps \
-    page-deps release clean docs-pictures
+.PHONY: all demo check test lint test-long test-cluster test-cross test-cross-short deb test-deb abi \
+    page test-page bench fuzz mutate deps page-deps release clean docs-pictures
 
 all: release
 
@@ -55,11 +55,12 @@ deb:
 	@tools/install_packages.sh packages-deb.txt
 	packaging/deb.sh build/deb
 
-# Installed, upgraded, used and removed in a clean root, which is made in ROOT.
+# Installed, used and removed in a clean root, which is made in ROOT; upgraded from the packages in BEFORE, if it is
+# named.
 ROOT ?= /var/tmp/cmodel-root
 test-deb:
 	@tools/install_packages.sh packages-deb.txt
-	packaging/test_root.sh build/deb $(ROOT)
+	packaging/test_root.sh build/deb $(ROOT) $(BEFORE)
 
 # Other processors: the tests built for arm64 and s390x, run in an emulator, and runs compared file by file with those
 # of this machine.
