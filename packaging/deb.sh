@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the Debian packages of the commit that is checked out into OUT_DIR, twice and in different directories, and
-# compares; then lintian. Nothing is downloaded.
+# compares; then lintian. Nothing is downloaded. (The path must have no blanks: dpkg then leaves it in the build ids.)
 #
 #   deb.sh OUT_DIR [once]
 #
@@ -35,9 +35,9 @@ build() { # DIRECTORY
 
 build "$out/first"
 if [ "$times" = twice ]; then
-    build "$out/second/in another place"
+    build "$out/second/place"
     for deb in "$out"/first/*.deb; do
-        cmp "$deb" "$out/second/in another place/$(basename "$deb")"
+        cmp "$deb" "$out/second/place/$(basename "$deb")"
     done
     rm -rf "$out/second"
     echo "built twice, the same bytes"
