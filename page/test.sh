@@ -11,5 +11,5 @@ export CMODEL_BROWSER="${CMODEL_BROWSER:-/usr/bin/chromium}"
 tests=page/node_modules/.tests
 for name in model page; do
     node page/build.mjs --for-tests "page/test/${name}_test.ts" "$tests/${name}_test.mjs"
-    node --test --test-reporter=spec "$tests/${name}_test.mjs"
+    node --test "$tests/${name}_test.mjs"
 done
