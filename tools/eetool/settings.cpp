@@ -4,18 +4,18 @@
 #include <algorithm>
 #include <random>
 
+#include "ee_blocks.h"
+#include "ee_curve.h"
 #include "ee_no_effect.h"
 #include "ee_reg_name.h"
 
 namespace eetool {
 namespace {
 
+using cm::kKnots;
 using cm::kRegTable;
 using cm::Registers;
 using cm::RegRow;
-
-constexpr int kKnots = 4;
-constexpr int kWholeWeight = 128;  // outputs of the weight curves above it make a run log an error
 
 // The generator is defined bit by bit; the distributions of the C++ library are not.
 class Draw {
@@ -42,13 +42,13 @@ void draw_curve(Draw& draw, int first, Registers& setting) {
     const bool is_weight = first == reg_ee_chroma_amp_lut_in_0 || first == reg_ee_motion_lut_in_0;
     int in = draw.below(4), out = 0;
     for (int k = 0; k < kKnots; ++k) {
-        const int next = draw.below(is_weight ? kWholeWeight + 1 : 256);
+        const int next = draw.below(is_weight ? cm::kUnitWeight + 1 : 256);
         const int step = k == 0 ? 0 : kLeastStep + draw.below(kMostStep - kLeastStep);
         in += step;
         setting.set(first + k, in);
-        setting.set(first + kKnots + k, next);
+        setting.set(first + cm::kCurveOut + k, next);
         if (k > 0) {
-            setting.set(first + 2 * kKnots + k - 1, 16 * (next - out) / step);
+            setting.set(first + cm::kCurveSlope + k - 1, (next - out) * (1 << cm::kSlopeShift) / step);
         }
         out = next;
     }
