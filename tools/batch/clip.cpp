@@ -111,6 +111,23 @@ cmodel_plane plane_of(uint8_t* samples, int type, int width, int height, int dep
     return {samples, type, width, height, bytes * width, bytes, depth};
 }
 
+// Calls read_some(), which reads on from `done`, until there are `size` bytes or no more. False: errno says
+// why.
+template <typename ReadSome>
+bool read_on(size_t size, size_t& done, ReadSome read_some) {
+    while (done < size) {
+        const ssize_t n = read_some();
+        if (n < 0 && errno != EINTR) {
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        done += n > 0 ? static_cast<size_t>(n) : 0;
+    }
+    return true;
+}
+
 }  // namespace
 
 RawFormat::RawFormat(const std::string& format_name, int width, int height, int depth) : name(format_name) {
@@ -225,15 +242,8 @@ size_t ClipStream::read(uint8_t* bytes, size_t size) {
         std::memcpy(bytes, ahead_.data(), done);
         ahead_.erase(0, done);
     }
-    while (done < size) {
-        const ssize_t n = ::read(fd_, bytes + done, size - done);
-        if (n < 0 && errno != EINTR) {
-            fail(std::string("cannot be read: ") + std::strerror(errno));
-        }
-        if (n == 0) {
-            break;
-        }
-        done += n > 0 ? static_cast<size_t>(n) : 0;
+    if (!read_on(size, done, [&] { return ::read(fd_, bytes + done, size - done); })) {
+        fail(std::string("cannot be read: ") + std::strerror(errno));
     }
     return done;
 }
@@ -311,16 +321,11 @@ void ClipFile::fail(const std::string& what) const {
 
 size_t ClipFile::read_at(uint64_t at, void* bytes, size_t size) const {
     size_t done = 0;
-    while (done < size) {
-        const ssize_t n =
-            pread(fd_, static_cast<uint8_t*>(bytes) + done, size - done, static_cast<off_t>(at + done));
-        if (n < 0 && errno != EINTR) {
-            fail(std::string("cannot be read: ") + std::strerror(errno));
-        }
-        if (n == 0) {
-            break;
-        }
-        done += n > 0 ? static_cast<size_t>(n) : 0;
+    const auto read_some = [&] {
+        return pread(fd_, static_cast<uint8_t*>(bytes) + done, size - done, static_cast<off_t>(at + done));
+    };
+    if (!read_on(size, done, read_some)) {
+        fail(std::string("cannot be read: ") + std::strerror(errno));
     }
     return done;
 }
