@@ -8,7 +8,6 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <unordered_set>
 
 #include "cmodel.h"
@@ -137,11 +136,8 @@ class BatchRun {
     int run() {
         const auto start = Clock::now();
         const int signal = run_crew(
-            o_.threads + 1, stop_, [&] { work(); }, [&] { tick(); });
-        {
-            const std::lock_guard lock(mutex_);
-            progress_.clear();
-        }
+            o_.threads + 1, stop_, [&] { work(); }, [&] { progress_.tick(); });
+        progress_.clear();
         const uint64_t failed = counts_.failed, unlike = counts_.unlike;
         std::fprintf(stderr, "eetool: %llu of %llu jobs: %llu ok, %llu failed, %llu unlike what they expect",
                      static_cast<unsigned long long>(counts_.done()), static_cast<unsigned long long>(total_),
@@ -163,19 +159,6 @@ class BatchRun {
     }
 
   private:
-    void tick() {
-        const std::lock_guard lock(mutex_);
-        progress_.tick();
-    }
-
-    void say(const std::string& text) {
-        const std::lock_guard lock(mutex_);
-        progress_.clear();
-        if (said_.insert(text).second) {
-            std::fprintf(stderr, "eetool: %s\n", text.c_str());
-        }
-    }
-
     bool is_wanted(const Job& job, uint64_t digest) const {
         if (!o_.only.empty() && job.id != o_.only) {
             return false;
@@ -195,7 +178,7 @@ class BatchRun {
     void work() {
         FrameInputs inputs;
         FrameOutputs outputs;
-        SettingCache settings([&](const std::string& text) { say(text); });
+        SettingCache settings([&](const std::string& text) { progress_.say(text); });
         List::Line line;
         while (!stop_ && list_.next(line)) {
             const Job job = job_of(o_.list, line);
@@ -271,9 +254,8 @@ class BatchRun {
     Counts counts_;
     Permits compute_;
     std::atomic<bool> stop_{false};
-    std::mutex mutex_;  // of the results, and of what is said
+    std::mutex mutex_;  // of the results
     Progress progress_;
-    std::set<std::string> said_;
 };
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <set>
 
 #include "batch_run.h"
 #include "cmodel.h"
@@ -89,7 +88,7 @@ class ClipRun {
     int run() {
         const auto start = Clock::now();
         const int signal = run_crew(
-            o_.threads + 1, stop_, [&] { work(); }, [&] { tick(); });
+            o_.threads + 1, stop_, [&] { work(); }, [&] { progress_.tick(); });
         progress_.clear();
         std::fprintf(stderr, "eetool: %llu frames in %.1f s\n", static_cast<unsigned long long>(counts_.ok),
                      ms_since(start) / 1000);
@@ -106,19 +105,6 @@ class ClipRun {
     }
 
   private:
-    void tick() {
-        const std::lock_guard lock(mutex_);
-        progress_.tick();
-    }
-
-    void say(const std::string& text) {
-        const std::lock_guard lock(mutex_);
-        progress_.clear();
-        if (said_.insert(text).second) {
-            std::fprintf(stderr, "eetool: %s\n", text.c_str());
-        }
-    }
-
     // The next frame and its number; false after the last. What is wrong with the clip goes to `wrong`.
     bool take_frame(FrameInputs& inputs, uint64_t& frame, std::string& wrong) {
         const std::lock_guard lock(read_);
@@ -140,7 +126,7 @@ class ClipRun {
     void work() try {
         FrameInputs inputs;
         FrameOutputs outputs;
-        SettingCache settings([&](const std::string& text) { say(text); });
+        SettingCache settings([&](const std::string& text) { progress_.say(text); });
         uint64_t frame = 0;
         std::string wrong;
         while (take_frame(inputs, frame, wrong)) {
@@ -230,13 +216,12 @@ class ClipRun {
     uint64_t taken_ = 0;
     bool at_end_ = false;
 
-    std::mutex mutex_;  // of what is delivered and said
+    std::mutex mutex_;  // of what is delivered
     std::condition_variable turn_;
     uint64_t delivered_ = 0;
     bool ended_ = false;
     std::string failure_;
     Progress progress_;
-    std::set<std::string> said_;
 };
 
 }  // namespace

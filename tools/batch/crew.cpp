@@ -67,6 +67,7 @@ std::string Progress::text() const {
 }
 
 void Progress::tick() {
+    const std::lock_guard lock(mutex_);
     if (Clock::now() < next_) {
         return;
     }
@@ -77,6 +78,19 @@ void Progress::tick() {
 }
 
 void Progress::clear() {
+    const std::lock_guard lock(mutex_);
+    remove_line();
+}
+
+void Progress::say(const std::string& text) {
+    const std::lock_guard lock(mutex_);
+    remove_line();
+    if (said_.insert(text).second) {
+        std::fprintf(stderr, "eetool: %s\n", text.c_str());
+    }
+}
+
+void Progress::remove_line() {
     if (shown_) {
         std::fputs("\r\x1b[K", stderr);
         shown_ = false;

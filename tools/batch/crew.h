@@ -6,7 +6,9 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <semaphore>
+#include <set>
 #include <string>
 
 namespace eetool {
@@ -48,9 +50,12 @@ class Progress {
     void tick();
     // Removes the line that changes, so that others can be written.
     void clear();
+    // Tells something on standard error, once however often it comes. Any thread may call it, and the others.
+    void say(const std::string& text);
 
   private:
     std::string text() const;
+    void remove_line();
 
     const Counts& counts_;
     const uint64_t total_;
@@ -58,6 +63,8 @@ class Progress {
     const Clock::time_point start_ = Clock::now();
     Clock::time_point next_;
     bool shown_ = false;
+    std::set<std::string> said_;
+    std::mutex mutex_;
 };
 
 // Runs body() in `threads` threads until all have returned, and calls tick() some times a second meanwhile.
